@@ -1,5 +1,6 @@
 // The property block: one length byte, then the properties back to back (identifier, value).
 #include "codec/ByteCursor.h"
+#include "companion/Companion.h"
 #include "frame/ErrorState.h"
 
 namespace {
