@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 set(OSTREL_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/OstrelMQTTProtocol)
 
-install(TARGETS Ostrel_MQTTProtocol Ostrel_Keel
+install(TARGETS Ostrel_MQTTProtocol Ostrel_Keel Ostrel_Hopper
   EXPORT OstrelMQTTProtocolTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   PUBLIC_HEADER DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})

@@ -1,0 +1,383 @@
+// Hopper readiness pool.
+//
+// Pools live in a registry keyed by ids that are never reused, and a handle is such an id, so a
+// stale or made-up handle is refused instead of dereferenced. Each pool index has its own lock and
+// condition variable: counting calls for clients of different indexes never contend, and a wait
+// wakes only for its own index. Callers hold shared ownership of a pool for the length of a call,
+// so destroying a pool never frees what a waiter is still using.
+#include "Hopper_TaskPool.h"
+
+#include "Keel_OperatorMemory.h"
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+thread_local uint64_t t_LastError = 0;
+
+bool Fail(uint64_t code)
+{
+    t_LastError = code;
+    return false;
+}
+
+struct Address
+{
+    uint64_t insertionOrder;
+    int readyCount = 0;
+};
+
+// One index: its addresses with their counts, and the ready ones in insertion order for listing.
+struct PoolIndex
+{
+    std::mutex lock;
+    std::condition_variable wakeup;
+    std::unordered_map<std::string, Address> addresses;
+    std::map<uint64_t, std::string> ready;  // insertion order -> address, counts above zero only
+    int waiters = 0;
+    uint64_t activations = 0;        // bumped to release the threads waiting now
+    bool activationPending = false;  // an activation with no waiter, for the next wait
+};
+
+struct Pool
+{
+    explicit Pool(int indexCount)
+        : indexes(static_cast<size_t>(indexCount)), addressCounts(static_cast<size_t>(indexCount), 0)
+    {
+        for (auto& index : indexes) {
+            index = std::make_unique<PoolIndex>();
+        }
+    }
+
+    std::vector<std::unique_ptr<PoolIndex>> indexes;
+    std::atomic<bool> destroyed{false};
+
+    // Which index holds each address, and how many each index holds; membershipLock guards these
+    // three and is taken before an index's lock.
+    std::mutex membershipLock;
+    std::unordered_map<std::string, int> membership;
+    std::vector<int> addressCounts;
+    uint64_t nextInsertionOrder = 0;
+};
+
+class Registry
+{
+public:
+    HOPPER_HANDLE Add(std::shared_ptr<Pool> pool)
+    {
+        std::unique_lock guard(m_Lock);
+        const uintptr_t id = ++m_LastId;
+        m_Pools.emplace(id, std::move(pool));
+        return reinterpret_cast<HOPPER_HANDLE>(id);
+    }
+
+    std::shared_ptr<Pool> Find(HOPPER_HANDLE handle)
+    {
+        std::shared_lock guard(m_Lock);
+        const auto found = m_Pools.find(reinterpret_cast<uintptr_t>(handle));
+        return found == m_Pools.end() ? nullptr : found->second;
+    }
+
+    std::shared_ptr<Pool> Remove(HOPPER_HANDLE handle)
+    {
+        std::unique_lock guard(m_Lock);
+        const auto found = m_Pools.find(reinterpret_cast<uintptr_t>(handle));
+        if (found == m_Pools.end()) {
+            return nullptr;
+        }
+        auto pool = std::move(found->second);
+        m_Pools.erase(found);
+        return pool;
+    }
+
+private:
+    std::shared_mutex m_Lock;
+    std::unordered_map<uintptr_t, std::shared_ptr<Pool>> m_Pools;
+    uintptr_t m_LastId = 0;
+};
+
+Registry& Pools()
+{
+    static Registry registry;
+    return registry;
+}
+
+// Resolves a handle and an index, recording the failure when either is bad.
+PoolIndex* FindIndex(const std::shared_ptr<Pool>& pool, int index)
+{
+    if (pool == nullptr) {
+        Fail(HOPPER_ERR_HANDLE);
+        return nullptr;
+    }
+    if (index < 0 || static_cast<size_t>(index) >= pool->indexes.size()) {
+        Fail(HOPPER_ERR_ARGUMENT);
+        return nullptr;
+    }
+    return pool->indexes[static_cast<size_t>(index)].get();
+}
+
+bool ValidAddress(const char* address)
+{
+    return address != nullptr && strnlen(address, HOPPER_ADDRESS_SIZE) < HOPPER_ADDRESS_SIZE;
+}
+
+int LeastUsedIndex(const Pool& pool)
+{
+    int chosen = 0;
+    for (size_t i = 1; i < pool.addressCounts.size(); i++) {
+        if (pool.addressCounts[i] < pool.addressCounts[static_cast<size_t>(chosen)]) {
+            chosen = static_cast<int>(i);
+        }
+    }
+    return chosen;
+}
+
+// Fills a listing from the ready addresses of an index; called with the index locked.
+bool ListReady(const PoolIndex& index, TAVRIN_HOPPER_TASKEVENT*** events, int* count)
+{
+    const int readyCount = static_cast<int>(index.ready.size());
+    if (!Keel_OperatorMemory_Malloc(reinterpret_cast<void***>(events), readyCount,
+                                    static_cast<int>(sizeof(TAVRIN_HOPPER_TASKEVENT)))) {
+        return Fail(HOPPER_ERR_MALLOC);
+    }
+    int i = 0;
+    for (const auto& [order, address] : index.ready) {
+        TAVRIN_HOPPER_TASKEVENT& event = *(*events)[i++];
+        std::memcpy(event.tszClientAddr, address.c_str(), address.size() + 1);
+        event.nPktCount = index.addresses.at(address).readyCount;
+    }
+    *count = readyCount;
+    return true;
+}
+
+// Blocks on an index until it is ready, activated, destroyed or the time runs out.
+bool WaitOn(Pool& pool, PoolIndex& index, int timeoutMs)
+{
+    std::unique_lock guard(index.lock);
+    const uint64_t activationsAtStart = index.activations;
+    auto released = [&] {
+        return !index.ready.empty() || index.activationPending || index.activations != activationsAtStart ||
+               pool.destroyed.load();
+    };
+    if (!released() && timeoutMs != 0) {
+        index.waiters++;
+        if (timeoutMs < 0) {
+            index.wakeup.wait(guard, released);
+        } else {
+            index.wakeup.wait_for(guard, std::chrono::milliseconds(timeoutMs), released);
+        }
+        index.waiters--;
+    }
+    if (pool.destroyed.load()) {
+        return Fail(HOPPER_ERR_DESTROYED);
+    }
+    if (!index.ready.empty() || index.activations != activationsAtStart) {
+        return true;
+    }
+    if (index.activationPending) {
+        index.activationPending = false;
+        return true;
+    }
+    return Fail(HOPPER_ERR_TIMEOUT);
+}
+
+// Changes the ready count of a known address by +1 or -1, keeping the ready listing in step.
+bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int delta)
+{
+    const auto pool = Pools().Find(handle);
+    PoolIndex* index = FindIndex(pool, indexNumber);
+    if (index == nullptr) {
+        return false;
+    }
+    if (address == nullptr) {
+        return Fail(HOPPER_ERR_ARGUMENT);
+    }
+    std::unique_lock guard(index->lock);
+    const auto found = index->addresses.find(address);
+    if (found == index->addresses.end()) {
+        return Fail(HOPPER_ERR_NOTFOUND);
+    }
+    Address& entry = found->second;
+    if (entry.readyCount + delta < 0) {
+        return Fail(HOPPER_ERR_ZERO);
+    }
+    if (entry.readyCount == 0) {  // an increment that makes the address ready
+        try {
+            index->ready.emplace(entry.insertionOrder, found->first);
+        } catch (const std::bad_alloc&) {
+            return Fail(HOPPER_ERR_MALLOC);
+        }
+        // Only a transition to ready can release a waiter; skip the wake-up when nobody waits.
+        if (index->waiters > 0) {
+            index->wakeup.notify_all();
+        }
+    }
+    entry.readyCount += delta;
+    if (entry.readyCount == 0) {
+        index->ready.erase(entry.insertionOrder);
+    }
+    return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+HOPPER_HANDLE Hopper_TaskPool_CreateEx(int nPoolCount)
+{
+    if (nPoolCount < 1) {
+        Fail(HOPPER_ERR_ARGUMENT);
+        return nullptr;
+    }
+    try {
+        return Pools().Add(std::make_shared<Pool>(nPoolCount));
+    } catch (const std::bad_alloc&) {
+        Fail(HOPPER_ERR_MALLOC);
+        return nullptr;
+    }
+}
+
+bool Hopper_TaskPool_DestoryEx(HOPPER_HANDLE xhPool)
+{
+    const auto pool = Pools().Remove(xhPool);
+    if (pool == nullptr) {
+        return Fail(HOPPER_ERR_HANDLE);
+    }
+    pool->destroyed.store(true);
+    for (auto& index : pool->indexes) {
+        // Taking the lock orders the flag before any waiter's check of it.
+        std::lock_guard guard(index->lock);
+        index->wakeup.notify_all();
+    }
+    return true;
+}
+
+bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAddr, int* pInt_Index)
+{
+    const auto pool = Pools().Find(xhPool);
+    if (pool == nullptr) {
+        return Fail(HOPPER_ERR_HANDLE);
+    }
+    if (!ValidAddress(lpszClientAddr) || pInt_Index == nullptr) {
+        return Fail(HOPPER_ERR_ARGUMENT);
+    }
+    std::lock_guard membershipGuard(pool->membershipLock);
+    const auto existing = pool->membership.find(lpszClientAddr);
+    if (existing != pool->membership.end()) {
+        *pInt_Index = existing->second;
+        return Fail(HOPPER_ERR_EXISTS);
+    }
+    const int chosen = LeastUsedIndex(*pool);
+    PoolIndex& index = *pool->indexes[static_cast<size_t>(chosen)];
+    std::lock_guard indexGuard(index.lock);
+    try {
+        index.addresses.emplace(lpszClientAddr, Address{pool->nextInsertionOrder++});
+        pool->membership.emplace(lpszClientAddr, chosen);
+    } catch (const std::bad_alloc&) {
+        index.addresses.erase(lpszClientAddr);
+        return Fail(HOPPER_ERR_MALLOC);
+    }
+    pool->addressCounts[static_cast<size_t>(chosen)]++;
+    *pInt_Index = chosen;
+    return true;
+}
+
+bool Hopper_TaskPool_AddrDeleteEx(HOPPER_HANDLE xhPool, int nIndex, const char* lpszClientAddr)
+{
+    const auto pool = Pools().Find(xhPool);
+    PoolIndex* index = FindIndex(pool, nIndex);
+    if (index == nullptr) {
+        return false;
+    }
+    if (lpszClientAddr == nullptr) {
+        return Fail(HOPPER_ERR_ARGUMENT);
+    }
+    std::lock_guard membershipGuard(pool->membershipLock);
+    std::lock_guard indexGuard(index->lock);
+    const auto found = index->addresses.find(lpszClientAddr);
+    if (found == index->addresses.end()) {
+        return Fail(HOPPER_ERR_NOTFOUND);
+    }
+    index->ready.erase(found->second.insertionOrder);
+    index->addresses.erase(found);
+    pool->membership.erase(lpszClientAddr);
+    pool->addressCounts[static_cast<size_t>(nIndex)]--;
+    return true;
+}
+
+bool Hopper_TaskPool_AddrIncEx(HOPPER_HANDLE xhPool, int nIndex, const char* lpszClientAddr)
+{
+    return AdjustCount(xhPool, nIndex, lpszClientAddr, +1);
+}
+
+bool Hopper_TaskPool_AddrDecEx(HOPPER_HANDLE xhPool, int nIndex, const char* lpszClientAddr)
+{
+    return AdjustCount(xhPool, nIndex, lpszClientAddr, -1);
+}
+
+bool Hopper_TaskPool_AddrGetEx(HOPPER_HANDLE xhPool, int nIndex, TAVRIN_HOPPER_TASKEVENT*** pppSt_Event,
+                               int* pInt_Count)
+{
+    const auto pool = Pools().Find(xhPool);
+    PoolIndex* index = FindIndex(pool, nIndex);
+    if (index == nullptr) {
+        return false;
+    }
+    if (pppSt_Event == nullptr || pInt_Count == nullptr) {
+        return Fail(HOPPER_ERR_ARGUMENT);
+    }
+    std::lock_guard guard(index->lock);
+    if (index->ready.empty()) {
+        return Fail(HOPPER_ERR_NOTREADY);
+    }
+    return ListReady(*index, pppSt_Event, pInt_Count);
+}
+
+bool Hopper_TaskPool_WaitEventEx(HOPPER_HANDLE xhPool, int nIndex, int nTimeout)
+{
+    const auto pool = Pools().Find(xhPool);
+    PoolIndex* index = FindIndex(pool, nIndex);
+    if (index == nullptr) {
+        return false;
+    }
+    return WaitOn(*pool, *index, nTimeout);
+}
+
+bool Hopper_TaskPool_ActiveEventEx(HOPPER_HANDLE xhPool, int nIndex)
+{
+    const auto pool = Pools().Find(xhPool);
+    PoolIndex* index = FindIndex(pool, nIndex);
+    if (index == nullptr) {
+        return false;
+    }
+    std::lock_guard guard(index->lock);
+    if (index->waiters > 0) {
+        index->activations++;
+        index->wakeup.notify_all();
+    } else {
+        index->activationPending = true;
+    }
+    return true;
+}
+
+uint64_t Hopper_GetLastError(int* pInt_SysError)
+{
+    if (pInt_SysError != nullptr) {
+        *pInt_SysError = errno;
+    }
+    return t_LastError;
+}
+
+}  // extern "C"

@@ -1,0 +1,274 @@
+#include "Hopper_TaskPool.h"
+
+#include "Keel_OperatorMemory.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A pool for one test, destroyed at its end.
+struct ScopedPool
+{
+    explicit ScopedPool(int count) : handle(Hopper_TaskPool_CreateEx(count)) {}
+    ~ScopedPool()
+    {
+        if (handle != nullptr) Hopper_TaskPool_DestoryEx(handle);
+    }
+    int Insert(const char* address)
+    {
+        int index = -1;
+        EXPECT_TRUE(Hopper_TaskPool_AddrInsertEx(handle, address, &index)) << address;
+        return index;
+    }
+    HOPPER_HANDLE handle;
+};
+
+// The ready listing of an index as (address, count) pairs; empty when nothing is ready.
+std::vector<std::pair<std::string, int>> Ready(HOPPER_HANDLE pool, int index)
+{
+    TAVRIN_HOPPER_TASKEVENT** events = nullptr;
+    int count = 0;
+    std::vector<std::pair<std::string, int>> listed;
+    if (!Hopper_TaskPool_AddrGetEx(pool, index, &events, &count)) {
+        EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTREADY);
+        EXPECT_EQ(events, nullptr) << "nothing is written when nothing is ready";
+        return listed;
+    }
+    for (int i = 0; i < count; i++) listed.emplace_back(events[i]->tszClientAddr, events[i]->nPktCount);
+    Keel_OperatorMemory_Free(reinterpret_cast<void***>(&events), count);
+    return listed;
+}
+
+TEST(HopperPool, NewAddressGoesToTheIndexWithFewestAddresses)
+{
+    ScopedPool pool(3);
+    ASSERT_NE(pool.handle, nullptr);
+    EXPECT_EQ(pool.Insert("a"), 0);
+    EXPECT_EQ(pool.Insert("b"), 1);
+    EXPECT_EQ(pool.Insert("c"), 2);
+    EXPECT_EQ(pool.Insert("d"), 0);
+    ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, 1, "b"));
+    EXPECT_EQ(pool.Insert("e"), 1) << "the index a delete emptied is filled first";
+    EXPECT_EQ(pool.Insert("f"), 1) << "lowest index on a tie";
+}
+
+TEST(HopperPool, DuplicateInsertKeepsTheEntryAndWritesItsIndex)
+{
+    ScopedPool pool(2);
+    pool.Insert("a");
+    const int index = pool.Insert("b");
+    ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b"));
+    int again = -1;
+    EXPECT_FALSE(Hopper_TaskPool_AddrInsertEx(pool.handle, "b", &again));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_EXISTS);
+    EXPECT_EQ(again, index);
+    EXPECT_EQ(Ready(pool.handle, index), (std::vector<std::pair<std::string, int>>{{"b", 1}})) << "count kept";
+}
+
+TEST(HopperPool, CountsPerAddressAndListsReadyOnesInInsertionOrder)
+{
+    ScopedPool pool(1);
+    for (const char* address : {"first", "second", "third"}) pool.Insert(address);
+    EXPECT_TRUE(Ready(pool.handle, 0).empty());
+
+    for (const char* address : {"third", "first", "third"}) ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, address));
+    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"first", 1}, {"third", 2}}));
+
+    ASSERT_TRUE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "first"));
+    EXPECT_FALSE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "first"));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_ZERO);
+    EXPECT_FALSE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "nobody"));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTFOUND);
+    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"third", 2}}));
+
+    ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, "first"));
+    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"first", 1}, {"third", 2}}))
+        << "an address that becomes ready again keeps its place";
+
+    ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "third"));
+    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"first", 1}})) << "delete forgets the count";
+    EXPECT_FALSE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, "third"));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTFOUND);
+}
+
+TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
+{
+    ScopedPool pool(2);
+    int index = 0;
+    TAVRIN_HOPPER_TASKEVENT** events = nullptr;
+    const std::string tooLong(128, 'x');
+    const HOPPER_HANDLE unknown = reinterpret_cast<HOPPER_HANDLE>(0x7777);
+    const struct
+    {
+        const char* what;
+        std::function<bool()> call;
+        uint64_t code;
+    } cases[] = {
+        {"pool count 0", [] { return Hopper_TaskPool_CreateEx(0) != nullptr; }, HOPPER_ERR_ARGUMENT},
+        {"index out of range", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 2, "a"); }, HOPPER_ERR_ARGUMENT},
+        {"negative index", [&] { return Hopper_TaskPool_WaitEventEx(pool.handle, -1, 0); }, HOPPER_ERR_ARGUMENT},
+        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
+        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, "a", nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"128-byte address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, tooLong.c_str(), &index); },
+         HOPPER_ERR_ARGUMENT},
+        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
+        {"unknown handle", [&] { return Hopper_TaskPool_AddrGetEx(unknown, 0, &events, &index); }, HOPPER_ERR_HANDLE},
+        {"null handle", [] { return Hopper_TaskPool_ActiveEventEx(nullptr, 0); }, HOPPER_ERR_HANDLE},
+        {"destroy unknown", [&] { return Hopper_TaskPool_DestoryEx(unknown); }, HOPPER_ERR_HANDLE},
+    };
+    for (const auto& c : cases) {
+        EXPECT_FALSE(c.call()) << c.what;
+        EXPECT_EQ(Hopper_GetLastError(nullptr), c.code) << c.what;
+    }
+    EXPECT_TRUE(Hopper_TaskPool_AddrInsertEx(pool.handle, std::string(127, 'x').c_str(), &index)) << "127 bytes fit";
+}
+
+TEST(HopperPool, DestroyedHandleIsRefusedAndNeverReused)
+{
+    HOPPER_HANDLE first = Hopper_TaskPool_CreateEx(1);
+    ASSERT_TRUE(Hopper_TaskPool_DestoryEx(first));
+    HOPPER_HANDLE second = Hopper_TaskPool_CreateEx(1);
+    EXPECT_NE(second, first);
+    int index = 0;
+    EXPECT_FALSE(Hopper_TaskPool_AddrInsertEx(first, "a", &index));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_HANDLE);
+    EXPECT_FALSE(Hopper_TaskPool_DestoryEx(first));
+    EXPECT_TRUE(Hopper_TaskPool_DestoryEx(second));
+}
+
+TEST(HopperPool, WaitReturnsAtOnceWhenReadyAndTimesOutOtherwise)
+{
+    ScopedPool pool(2);
+    const int index = pool.Insert("a");
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, index, 0));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_TIMEOUT);
+
+    const auto start = Clock::now();
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, index, 30));
+    EXPECT_GE(Clock::now() - start, std::chrono::milliseconds(30));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_TIMEOUT);
+
+    ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "a"));
+    EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, index, 0));
+    EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, index, -1)) << "stays ready until the count drops";
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1 - index, 0)) << "readiness is per index";
+}
+
+TEST(HopperPool, IncrementWakesABlockedWaiter)
+{
+    ScopedPool pool(1);
+    pool.Insert("a");
+    std::atomic<bool> woke{false};
+    std::thread waiter([&] { woke = Hopper_TaskPool_WaitEventEx(pool.handle, 0, -1); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, "a"));
+    waiter.join();
+    EXPECT_TRUE(woke);
+}
+
+TEST(HopperPool, ActivationReleasesEveryWaiterOrIsKeptForTheNextWaitOnce)
+{
+    ScopedPool pool(2);
+    std::atomic<int> released{0};
+    std::vector<std::thread> waiters;
+    for (int i = 0; i < 3; i++) {
+        waiters.emplace_back([&] { released += Hopper_TaskPool_WaitEventEx(pool.handle, 1, 5000) ? 1 : 0; });
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ASSERT_TRUE(Hopper_TaskPool_ActiveEventEx(pool.handle, 1));
+    for (auto& waiter : waiters) waiter.join();
+    EXPECT_EQ(released, 3);
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1, 0)) << "an activation that had waiters is spent";
+
+    ASSERT_TRUE(Hopper_TaskPool_ActiveEventEx(pool.handle, 0));
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1, 0)) << "activation is per index";
+    EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, 0, 0));
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 0, 0)) << "kept for one wait only";
+}
+
+TEST(HopperPool, DestroyReleasesWaitersWithFalse)
+{
+    HOPPER_HANDLE handle = Hopper_TaskPool_CreateEx(1);
+    std::atomic<bool> result{true};
+    std::atomic<uint64_t> code{0};
+    std::thread waiter([&] {
+        result = Hopper_TaskPool_WaitEventEx(handle, 0, -1);
+        code = Hopper_GetLastError(nullptr);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    ASSERT_TRUE(Hopper_TaskPool_DestoryEx(handle));
+    waiter.join();
+    EXPECT_FALSE(result);
+    EXPECT_EQ(code, HOPPER_ERR_DESTROYED);
+}
+
+TEST(HopperPool, LastErrorIsPerThread)
+{
+    EXPECT_EQ(Hopper_TaskPool_CreateEx(0), nullptr);
+    uint64_t otherThreadCode = 1;
+    std::thread([&] { otherThreadCode = Hopper_GetLastError(nullptr); }).join();
+    EXPECT_EQ(otherThreadCode, 0u);
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_ARGUMENT);
+}
+
+// Producers raise counts while one consumer per index waits, lists and lowers them: every increment
+// is consumed exactly once and every count ends at zero.
+TEST(HopperPool, ConcurrentProducersAndConsumersBalance)
+{
+    constexpr int kIndexes = 3;
+    constexpr int kAddresses = 60;
+    constexpr int kPerAddress = 200;
+    ScopedPool pool(kIndexes);
+    std::vector<std::string> addresses;
+    std::vector<int> indexOf;
+    for (int i = 0; i < kAddresses; i++) {
+        addresses.push_back("client-" + std::to_string(i));
+        indexOf.push_back(pool.Insert(addresses.back().c_str()));
+    }
+    std::atomic<int> consumed{0};
+    std::atomic<bool> stopping{false};
+    std::vector<std::thread> consumers;
+    for (int index = 0; index < kIndexes; index++) {
+        consumers.emplace_back([&, index] {
+            while (Hopper_TaskPool_WaitEventEx(pool.handle, index, -1) && !stopping) {
+                for (const auto& [address, count] : Ready(pool.handle, index)) {
+                    for (int n = 0; n < count; n++) {
+                        if (Hopper_TaskPool_AddrDecEx(pool.handle, index, address.c_str())) consumed++;
+                    }
+                }
+            }
+        });
+    }
+    std::vector<std::thread> producers;
+    for (int p = 0; p < 2; p++) {
+        producers.emplace_back([&, p] {
+            for (int round = 0; round < kPerAddress; round++) {
+                for (int i = p; i < kAddresses; i += 2) {
+                    Hopper_TaskPool_AddrIncEx(pool.handle, indexOf[static_cast<size_t>(i)], addresses[static_cast<size_t>(i)].c_str());
+                }
+            }
+        });
+    }
+    for (auto& producer : producers) producer.join();
+    const auto deadline = Clock::now() + std::chrono::seconds(20);
+    while (consumed < kAddresses * kPerAddress && Clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    stopping = true;
+    for (int index = 0; index < kIndexes; index++) Hopper_TaskPool_ActiveEventEx(pool.handle, index);
+    for (auto& consumer : consumers) consumer.join();
+    EXPECT_EQ(consumed, kAddresses * kPerAddress);
+    for (int index = 0; index < kIndexes; index++) EXPECT_TRUE(Ready(pool.handle, index).empty());
+}
+
+}  // namespace
