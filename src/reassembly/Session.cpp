@@ -84,7 +84,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Insert(const char* lpszClientAddr)
     try {
         // An address already present keeps its first session; this record then stays allocated and
         // unreachable. That is the library's behaviour: Insert does not look the address up first.
-        stl_MapClient.try_emplace(std::move(key), session);
+        stl_MapClient.emplace(std::move(key), session);
     } catch (const std::bad_alloc&) {
         delete session;
         return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
