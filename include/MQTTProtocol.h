@@ -160,7 +160,7 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * above 10 MiB when the first block is freed, and every later block would come from the heap and be
  * cleared by hand). Allocations below 10 MiB come from the heap, as glibc's own adjustment would have
  * arranged after the first large free. The call replaces a threshold the host set before; one the
- * host sets after the first packet keeps, and blocks then stay correct but may cost the clearing.
+ * host sets afterwards stays, and blocks are then still right but may cost the clearing.
  * Under a sanitizer's allocator the call changes nothing.
  *
  * Where the receive algorithm leaves room, this library decides:
@@ -183,12 +183,12 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
 
 /* One packet of a session's queue, complete or still arriving. Only complete records are ever handed
  * out; a queue holds at most one that is not, at its back. Its forms:
- *   form             bHeaderReady bPacketReady ptszMsgBuffer holds                    nMsgLen        nPktLen
- *   complete         true         true         block: the body only                   body length    packet size
- *   short PINGREQ    true         true         null                                    0              2
- *   body partial     true         false        the packet's bytes so far, first byte   bytes held     packet size
- *                                              on (buffer of the packet's size)
- *   short partial    false        false        the 0 to 3 bytes so far (3-byte buffer) bytes held     4
+ *   form           bHeaderReady  bPacketReady  ptszMsgBuffer holds                       nMsgLen      nPktLen
+ *   complete       true          true          a block: the body only                    body length  packet size
+ *   short PINGREQ  true          true          nothing (null)                            0            2
+ *   body partial   true          false         the bytes so far from the first byte, in  bytes held   packet size
+ *                                              a buffer of the packet's size
+ *   short partial  false         false         the 0 to 3 bytes so far, in 3 bytes      bytes held   4
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct
 {
@@ -272,10 +272,10 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
  * - The exception: an input of exactly 2 bytes that is a PINGREQ (first byte 0xC0 to 0xCF, second
  *   0x00) is queued at once, with a null body. An input is a piece given while no packet waits, or the
  *   rest of an input after a whole packet: 0xC0 0x00 alone is queued at once; 0xC0 0x00 0xC0 0x00 gives
- *   a PINGREQ with a block, then one with a null body; 0xC0 0x00 after waiting bytes waits too, and
- *   so does any piece after an empty piece (0 bytes are 0 waiting bytes).
- * - Once waiting bytes and the next pieces make 4 bytes, or the packet whose header they began is
- *   whole, the waiting bytes and the whole piece are cut together as one input.
+ *   a PINGREQ with a block, then one with a null body. A piece given while bytes wait is added to them
+ *   like any other, even a 0xC0 0x00, and an empty piece leaves 0 bytes waiting.
+ * - The piece that gives waiting bytes what they lack (4 bytes in all, or the rest of their packet)
+ *   is cut, whole, together with them as one input from their packet's first byte.
  * - A remaining-length field that is malformed (a fifth byte would be needed), or cut off because the
  *   input is exactly 4 bytes and the field needs 4, makes the first byte a packet of its own with an
  *   empty body, and cutting goes on at the next byte (0x070B1004 is set, then cleared by that cut).
@@ -330,10 +330,11 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
 /* One client's receive session. Made by MQTTProtocol_Parse_Insert and never freed by the library. */
 struct TAVRIN_MQTTPARSE
 {
-    char tszClientAddr[128];                                       /* the address, NUL-terminated */
-    int nPoolIndex;                                                /* the client's pool index, chosen by the pool */
-    std::unique_ptr<std::mutex> pSt_Locker;                        /* guards the queue and every record in it */
-    std::unique_ptr<std::list<MQTTPROTOCOL_MSGBUFFER>> pStl_ListPacket; /* new packets at the back, oldest at the front */
+    char tszClientAddr[128];                /* the address, NUL-terminated */
+    int nPoolIndex;                         /* the client's pool index, chosen by the pool */
+    std::unique_ptr<std::mutex> pSt_Locker; /* guards the queue and every record in it */
+    /* The packet queue: new packets at the back, the oldest at the front. */
+    std::unique_ptr<std::list<MQTTPROTOCOL_MSGBUFFER>> pStl_ListPacket;
 
     /* Sets only the two owning pointers (to null). */
     TAVRIN_MQTTPARSE() = default;
@@ -424,9 +425,10 @@ public:
 private:
     /* Destroying the parser frees neither the pool nor the sessions: Delete each client and Destory
      * the pool before unloading. */
-    HOPPER_HANDLE hPool = nullptr;                                 /* the readiness pool, null until Init */
-    std::shared_mutex st_Locker;                                   /* guards stl_MapClient */
-    std::unordered_map<std::string, TAVRIN_MQTTPARSE*> stl_MapClient; /* address -> session, not owned */
+    HOPPER_HANDLE hPool = nullptr; /* the readiness pool, null until Init */
+    std::shared_mutex st_Locker;   /* guards stl_MapClient */
+    /* Address -> session. The records are not owned: destroying the table leaves them allocated. */
+    std::unordered_map<std::string, TAVRIN_MQTTPARSE*> stl_MapClient;
 };
 
 /* The two process-wide instances behind the C functions. */

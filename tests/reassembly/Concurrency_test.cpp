@@ -140,7 +140,9 @@ TEST(ReceiveConcurrency, EveryPacketOnceAndInOrderAcrossThreads)
     {
         Workers workers(clients);
         std::vector<std::thread> network;
-        for (int thread = 0; thread < kNetworkThreads; thread++) network.emplace_back(Network, std::ref(clients), thread);
+        for (int thread = 0; thread < kNetworkThreads; thread++) {
+            network.emplace_back(Network, std::ref(clients), thread);
+        }
         for (auto& thread : network) thread.join();
         workers.Finish(expectedTotal);
     }

@@ -146,6 +146,7 @@ private:
         return Between(2097150, 2097153);
     }
 
+    uint8_t SubscribeWithAnyFlags() { return static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)); }
     uint8_t AnyFirstByte() { return static_cast<uint8_t>(Between(0, 255)); }
     uint8_t FirstByte()
     {
@@ -161,7 +162,7 @@ private:
         if (pick <= 20) return {FirstByte(), 0x00};
         if (pick <= 28) return {FirstByte(), 0x01, static_cast<uint8_t>(Between(0, 255))};
         if (pick <= 33) return LongerLength();
-        if (pick <= 37) return Wire(static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)), Body(Between(0, 30)));
+        if (pick <= 37) return Wire(SubscribeWithAnyFlags(), Body(Between(0, 30)));
         if (pick <= 41) return Bytes{AnyFirstByte(), 0x80, 0x80, 0x80, 0x80, static_cast<uint8_t>(Between(0, 255))};
         if (pick <= 44) return TooLong();
         if (pick <= 49) return Body(Between(1, 6));
@@ -248,7 +249,8 @@ const NamedStream kNamedStreams[] = {
                                                   mqtttest::Counting(6)})},
     {"the start of a packet with a four-byte length",
      mqtttest::Concat({{0xC0, 0x00, 0x30, 0x80, 0x80, 0x80, 0x01}, mqtttest::Counting(20)})},
-    {"bodies of 127 and 128 bytes", mqtttest::Concat({Wire(0x30, mqtttest::Counting(127)), Wire(0x31, mqtttest::Counting(128))})},
+    {"bodies of 127 and 128 bytes",
+     mqtttest::Concat({Wire(0x30, mqtttest::Counting(127)), Wire(0x31, mqtttest::Counting(128))})},
 };
 
 void RunPieces(const std::vector<Bytes>& pieces)

@@ -105,7 +105,8 @@ TEST_F(ReceiveFraming, BytesAfterACompletedPacketWaitAsTheNextOne)
     const Bytes first = Wire(0x30, Counting(20));
     const Bytes next = Wire(0x31, Counting(8));
     ASSERT_TRUE(session.Send(Bytes(first.begin(), first.begin() + 6)));
-    ASSERT_TRUE(session.Send(mqtttest::Concat({Bytes(first.begin() + 6, first.end()), Bytes(next.begin(), next.begin() + 5)})));
+    ASSERT_TRUE(session.Send(
+        mqtttest::Concat({Bytes(first.begin() + 6, first.end()), Bytes(next.begin(), next.begin() + 5)})));
     EXPECT_EQ(Ready(session), 1);
     ExpectTake(session, 0x30, Counting(20));
     ExpectNothingToTake(session, MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);

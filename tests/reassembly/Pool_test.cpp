@@ -49,22 +49,6 @@ TEST_F(ReceivePool, WaitEndsOnReadinessActivationOrTimeOut)
     EXPECT_EQ(readyIndexes, 1) << "only the session's own index is ready";
 }
 
-TEST_F(ReceivePool, ListingNamesReadyClientsWithTheirCounts)
-{
-    TAVRIN_HOPPER_TASKEVENT** list = nullptr;
-    int count = 0;
-    EXPECT_FALSE(MQTTProtocol_Parse_GetPool(0, &list, &count));
-    EXPECT_EQ(MQTTProtocol_dwErrorCode, HOPPER_ERR_NOTREADY);
-    EXPECT_EQ(list, nullptr);
-
-    mqtttest::Session first;
-    mqtttest::Session second;
-    ASSERT_TRUE(first.Send({0xC0, 0x00, 0xC0, 0x00}));
-    ASSERT_TRUE(second.Send({0xC0, 0x00}));
-    const auto counts = mqtttest::ReadyCounts(kPoolCount);
-    EXPECT_EQ(counts, (std::map<std::string, int>{{first.address, 2}, {second.address, 1}}));
-}
-
 TEST_F(ReceivePool, WaiterWakesWhenAnotherThreadQueuesAPacket)
 {
     mqtttest::Session session;
