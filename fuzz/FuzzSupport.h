@@ -1,0 +1,43 @@
+// Shared by the harnesses: reading fuzzer-chosen values off the front of an input.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+
+namespace mqttfuzz {
+
+// Consumes an input from the front; reads past the end give zeros.
+class InputReader
+{
+public:
+    InputReader(const uint8_t* data, size_t size) : m_Data(data), m_Size(size) {}
+
+    uint8_t Byte() { return m_Offset < m_Size ? m_Data[m_Offset++] : 0; }
+    uint16_t U16() { return static_cast<uint16_t>(Byte() << 8 | Byte()); }
+    int IntBelow(int bound) { return bound <= 0 ? 0 : static_cast<int>(U16() % static_cast<unsigned>(bound)); }
+    bool Empty() const { return m_Offset >= m_Size; }
+    // The bytes not yet consumed.
+    const uint8_t* Rest() const { return m_Data + (m_Offset < m_Size ? m_Offset : m_Size); }
+    size_t RestSize() const { return m_Offset < m_Size ? m_Size - m_Offset : 0; }
+    // Takes up to count bytes; returns how many were taken.
+    size_t Take(size_t count)
+    {
+        const size_t taken = count < RestSize() ? count : RestSize();
+        m_Offset += taken;
+        return taken;
+    }
+
+private:
+    const uint8_t* m_Data;
+    size_t m_Size;
+    size_t m_Offset = 0;
+};
+
+// A finding: abort so libFuzzer and the replay runner both report it with the input.
+inline void Require(bool condition)
+{
+    if (!condition) std::abort();
+}
+
+}  // namespace mqttfuzz
