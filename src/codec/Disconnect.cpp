@@ -1,0 +1,32 @@
+// DISCONNECT body: reason code, then the property block. Both are always written and always read;
+// the short forms without them are neither produced nor recognised.
+#include "codec/PacketFields.h"
+
+bool CMQTTProtocol_Packet::MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, int* pInt_MsgLen,
+                                                          unsigned char byReasonCode,
+                                                          MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                          int nPropertyCount)
+{
+    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
+    }
+    mqttprotocol::ByteWriter writer(ptszMsgBuffer);
+    writer.PutU8(byReasonCode);
+    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+    *pInt_MsgLen = writer.Position();
+    return true;
+}
+
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int /*nMsgLen*/,
+                                                        unsigned char* pbyReasonCode,
+                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                        int* pInt_PropertyCount)
+{
+    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    }
+    mqttprotocol::ByteReader reader(lpszMsgBuffer);
+    *pbyReasonCode = reader.GetU8();
+    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+    return true;
+}

@@ -1,0 +1,78 @@
+// The fields that several packet bodies share: the property block inside a packet, the
+// two-byte-length prefixed string and the packet identifier that replies leave out when it is zero.
+// Each packet file composes its body from these and the plain cursor operations.
+#pragma once
+
+#include "codec/ByteCursor.h"
+#include "frame/ErrorState.h"
+
+#include <cstring>
+
+namespace mqttprotocol {
+
+// The largest string a two-byte length prefix can announce: the capacity a caller's topic name or
+// topic filter out must have, since the decoders copy whatever the prefix says.
+constexpr int kMaxPrefixedLength = 0xFFFF;
+
+// Every builder starts the same way: clear the flag, then refuse a missing output.
+inline bool StartBuilding(const char* ptszMsgBuffer, const int* pInt_MsgLen)
+{
+    ClearError();
+    return ptszMsgBuffer != nullptr && pInt_MsgLen != nullptr;
+}
+
+// Every decoder starts the same way: clear the flag, then refuse a missing body.
+inline bool StartDecoding(const char* lpszMsgBuffer)
+{
+    ClearError();
+    return lpszMsgBuffer != nullptr;
+}
+
+// Writes a property block at the writer's position and moves the writer behind it. The block
+// builder cannot fail here: the position is never null.
+inline void PutPropertyBlock(CMQTTProtocol_Packet& packet, ByteWriter& writer,
+                             MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount)
+{
+    int position = writer.Position();
+    packet.MQTTProtocol_Packet_Property(writer.Here(), &position, pppSt_Property, nPropertyCount);
+    writer.Seek(position);
+}
+
+// Reads a property block's one length byte; only a non-zero block is decoded (so the list and count
+// outs of an empty block stay as the caller set them), and the reader moves behind the block.
+inline void GetPropertyBlock(CMQTTProtocol_Parse& parse, ByteReader& reader,
+                             MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
+{
+    const int blockLen = reader.GetU8();
+    if (blockLen != 0) {
+        parse.MQTTProtocol_Parse_Property(reader.Here(), blockLen, pppSt_Property, pInt_PropertyCount);
+        reader.Skip(blockLen);
+    }
+}
+
+// A terminated string as a prefixed field: its length cut to 16 bits, then that many bytes, so a
+// string of 65,536 bytes or more loses its tail rather than disagreeing with its prefix.
+inline void PutPrefixedString(ByteWriter& writer, const char* text)
+{
+    const uint16_t length = static_cast<uint16_t>(std::strlen(text));
+    writer.PutU16(length);
+    writer.PutBytes(text, length);
+}
+
+// Reads a prefixed field into a destination of the given capacity: copies what fits, no terminator,
+// and moves past the whole field as its prefix announces it.
+inline void GetPrefixedBytes(ByteReader& reader, char* destination, int capacity)
+{
+    const int length = reader.GetU16();
+    reader.GetBytesBounded(destination, length, capacity);
+}
+
+// Replies and PUBLISH carry their packet identifier only when it is non-zero.
+inline void PutIdentifierIfSet(ByteWriter& writer, uint16_t wMsgID)
+{
+    if (wMsgID != 0) {
+        writer.PutU16(wMsgID);
+    }
+}
+
+}  // namespace mqttprotocol
