@@ -35,27 +35,22 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, i
                                                           int nPropertyCount, const char* lpszClientUser,
                                                           const char* lpszClientPass)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    StampProtocol(*pSt_HDRConnect);
-
-    ByteWriter writer(ptszMsgBuffer);
-    // Copied as it lies in memory: the caller stores the keep-alive in network order already.
-    writer.PutBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    // The identifier's prefix is cut to 16 bits but the identifier itself goes out whole.
-    const size_t clientIDLength = std::strlen(lpszClientID);
-    writer.PutU16(static_cast<uint16_t>(clientIDLength));
-    writer.PutBytes(lpszClientID, static_cast<int>(clientIDLength));
-    if (pSt_HDRConnect->byConnFlags & kUserNameFlag) {
-        mqttprotocol::PutPrefixedString(writer, lpszClientUser);
-    }
-    if (pSt_HDRConnect->byConnFlags & kPasswordFlag) {
-        mqttprotocol::PutPrefixedString(writer, lpszClientPass);
-    }
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        StampProtocol(*pSt_HDRConnect);
+        // Copied as it lies in memory: the caller stores the keep-alive in network order already.
+        writer.PutBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+        // The identifier's prefix is cut to 16 bits but the identifier itself goes out whole.
+        const size_t clientIDLength = std::strlen(lpszClientID);
+        writer.PutU16(static_cast<uint16_t>(clientIDLength));
+        writer.PutBytes(lpszClientID, static_cast<int>(clientIDLength));
+        if (pSt_HDRConnect->byConnFlags & kUserNameFlag) {
+            mqttprotocol::PutPrefixedString(writer, lpszClientUser);
+        }
+        if (pSt_HDRConnect->byConnFlags & kPasswordFlag) {
+            mqttprotocol::PutPrefixedString(writer, lpszClientPass);
+        }
+    });
 }
 
 bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen,
@@ -63,15 +58,11 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    ByteWriter writer(ptszMsgBuffer);
-    writer.PutU8(byConnAckFlags);
-    writer.PutU8(byReasonCode);
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        writer.PutU8(byConnAckFlags);
+        writer.PutU8(byReasonCode);
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -80,26 +71,24 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    reader.GetBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
-    pSt_HDRConnect->wKeepAlive = mqttprotocol::NetworkOrder16(pSt_HDRConnect->wKeepAlive);
-    if (pSt_HDRConnect->byVersion != kProtocolLevel) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_VERSION);
-    }
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    // Each field is bounded to its 260 bytes, while the reader moves past the whole field so that the
-    // next one is read where the wire puts it.
-    mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientID, kUserInfoFieldCapacity);
-    if (pSt_HDRConnect->byConnFlags & kUserNameFlag) {
-        mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientUser, kUserInfoFieldCapacity);
-    }
-    if (pSt_HDRConnect->byConnFlags & kPasswordFlag) {
-        mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientPass, kUserInfoFieldCapacity);
-    }
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        reader.GetBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
+        pSt_HDRConnect->wKeepAlive = mqttprotocol::NetworkOrder16(pSt_HDRConnect->wKeepAlive);
+        if (pSt_HDRConnect->byVersion != kProtocolLevel) {
+            return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_VERSION);
+        }
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        // Each field is bounded to its 260 bytes, while the reader moves past the whole field so that
+        // the next one is read where the wire puts it.
+        mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientID, kUserInfoFieldCapacity);
+        if (pSt_HDRConnect->byConnFlags & kUserNameFlag) {
+            mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientUser, kUserInfoFieldCapacity);
+        }
+        if (pSt_HDRConnect->byConnFlags & kPasswordFlag) {
+            mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientPass, kUserInfoFieldCapacity);
+        }
+        return true;
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -107,12 +96,9 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    reader.Skip(1);  // the acknowledge flags: the session-present bit is not handed out
-    *pbyReasonCode = reader.GetU8();
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        reader.Skip(1);  // the acknowledge flags: the session-present bit is not handed out
+        *pbyReasonCode = reader.GetU8();
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+    });
 }

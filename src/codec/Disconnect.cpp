@@ -7,14 +7,10 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    mqttprotocol::ByteWriter writer(ptszMsgBuffer);
-    writer.PutU8(byReasonCode);
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](mqttprotocol::ByteWriter& writer) {
+        writer.PutU8(byReasonCode);
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -22,11 +18,8 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffe
                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                         int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    mqttprotocol::ByteReader reader(lpszMsgBuffer);
-    *pbyReasonCode = reader.GetU8();
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](mqttprotocol::ByteReader& reader) {
+        *pbyReasonCode = reader.GetU8();
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+    });
 }

@@ -1,12 +1,14 @@
-// The fields that several packet bodies share: the property block inside a packet, the
-// two-byte-length prefixed string and the packet identifier that replies leave out when it is zero.
-// Each packet file composes its body from these and the plain cursor operations.
+// What every packet builder and decoder shares: the argument check and length out around a body,
+// the property block inside a packet, the two-byte-length prefixed string and the packet identifier
+// that replies leave out when it is zero. Each packet file composes its body from these and the
+// plain cursor operations, so that it reads like the packet's wire layout.
 #pragma once
 
 #include "codec/ByteCursor.h"
 #include "frame/ErrorState.h"
 
 #include <cstring>
+#include <type_traits>
 
 namespace mqttprotocol {
 
@@ -14,18 +16,37 @@ namespace mqttprotocol {
 // topic filter out must have, since the decoders copy whatever the prefix says.
 constexpr int kMaxPrefixedLength = 0xFFFF;
 
-// Every builder starts the same way: clear the flag, then refuse a missing output.
-inline bool StartBuilding(const char* ptszMsgBuffer, const int* pInt_MsgLen)
+// Runs a builder's body: clears the flag, refuses a missing output with the builder side's code,
+// writes the body through putFields and sets (not adds to) the length out to the bytes written.
+template <typename PutFields>
+bool BuildBody(char* ptszMsgBuffer, int* pInt_MsgLen, PutFields putFields)
 {
     ClearError();
-    return ptszMsgBuffer != nullptr && pInt_MsgLen != nullptr;
+    if (ptszMsgBuffer == nullptr || pInt_MsgLen == nullptr) {
+        return Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
+    }
+    ByteWriter writer(ptszMsgBuffer);
+    putFields(writer);
+    *pInt_MsgLen = writer.Position();
+    return true;
 }
 
-// Every decoder starts the same way: clear the flag, then refuse a missing body.
-inline bool StartDecoding(const char* lpszMsgBuffer)
+// Runs a decoder: clears the flag, refuses a missing body with the parser side's code, then reads
+// the body through getFields. A getFields that can refuse its body returns its own result.
+template <typename GetFields>
+bool DecodeBody(const char* lpszMsgBuffer, GetFields getFields)
 {
     ClearError();
-    return lpszMsgBuffer != nullptr;
+    if (lpszMsgBuffer == nullptr) {
+        return Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    }
+    ByteReader reader(lpszMsgBuffer);
+    if constexpr (std::is_same_v<std::invoke_result_t<GetFields, ByteReader&>, bool>) {
+        return getFields(reader);
+    } else {
+        getFields(reader);
+        return true;
+    }
 }
 
 // Writes a property block at the writer's position and moves the writer behind it. The block

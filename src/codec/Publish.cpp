@@ -26,17 +26,13 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    ByteWriter writer(ptszMsgBuffer);
-    mqttprotocol::PutPrefixedString(writer, lpszTopicName);
-    // The identifier's value alone decides: the caller passes 0 for QoS 0.
-    mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    writer.PutBytes(lpszPayload, nPayloadLen);
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        mqttprotocol::PutPrefixedString(writer, lpszTopicName);
+        // The identifier's value alone decides: the caller passes 0 for QoS 0.
+        mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+        writer.PutBytes(lpszPayload, nPayloadLen);
+    });
 }
 
 bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen,
@@ -44,18 +40,14 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    ByteWriter writer(ptszMsgBuffer);
-    mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
-    writer.PutU8(byReasonCode);
-    // A negative count asks for the short form: identifier and reason code only.
-    if (nPropertyCount >= 0) {
-        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    }
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
+        writer.PutU8(byReasonCode);
+        // A negative count asks for the short form: identifier and reason code only.
+        if (nPropertyCount >= 0) {
+            mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+        }
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, int nMsgLen,
@@ -65,20 +57,17 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    mqttprotocol::GetPrefixedBytes(reader, ptszTopicName, mqttprotocol::kMaxPrefixedLength);
-    if (pSt_FixedHeader->byMsgFlag == kQoS1Flags || pSt_FixedHeader->byMsgFlag == kQoS2Flags) {
-        *pwMsgID = reader.GetU16();
-    }
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    if (nMsgLen > reader.Position()) {
-        *pInt_PayloadLen = nMsgLen - reader.Position();
-        reader.GetBytes(ptszPayload, *pInt_PayloadLen);
-    }
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        mqttprotocol::GetPrefixedBytes(reader, ptszTopicName, mqttprotocol::kMaxPrefixedLength);
+        if (pSt_FixedHeader->byMsgFlag == kQoS1Flags || pSt_FixedHeader->byMsgFlag == kQoS2Flags) {
+            *pwMsgID = reader.GetU16();
+        }
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        if (nMsgLen > reader.Position()) {
+            *pInt_PayloadLen = nMsgLen - reader.Position();
+            reader.GetBytes(ptszPayload, *pInt_PayloadLen);
+        }
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, int nMsgLen,
@@ -86,15 +75,12 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, i
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    *pwMsgID = reader.GetU16();
-    // Read whatever the length: a two-byte body hands out the byte behind it.
-    *pbyReasonCode = reader.GetU8();
-    if (nMsgLen > kAckBodyWithoutProperties) {
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    }
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        *pwMsgID = reader.GetU16();
+        // Read whatever the length: a two-byte body hands out the byte behind it.
+        *pbyReasonCode = reader.GetU8();
+        if (nMsgLen > kAckBodyWithoutProperties) {
+            mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        }
+    });
 }

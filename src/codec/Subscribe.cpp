@@ -16,16 +16,12 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer,
                                                             MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                             int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    ByteWriter writer(ptszMsgBuffer);
-    writer.PutU16(wMsgID);
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    mqttprotocol::PutPrefixedString(writer, lpszTopicFilter);
-    writer.PutBytes(pSt_SubOption, sizeof(*pSt_SubOption));
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        writer.PutU16(wMsgID);
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+        mqttprotocol::PutPrefixedString(writer, lpszTopicFilter);
+        writer.PutBytes(pSt_SubOption, sizeof(*pSt_SubOption));
+    });
 }
 
 bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
@@ -33,16 +29,12 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int*
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                        int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    ByteWriter writer(ptszMsgBuffer);
-    mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
-    // Always a block here, even for a negative count: these replies have no short form.
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    writer.PutU8(byReasonCode);
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
+        // Always a block here, even for a negative count: these replies have no short form.
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+        writer.PutU8(byReasonCode);
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -51,15 +43,12 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                        int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    *pwMsgID = reader.GetU16();
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    mqttprotocol::GetPrefixedBytes(reader, ptszTopicFilter, mqttprotocol::kMaxPrefixedLength);
-    reader.GetBytes(pSt_SubOption, sizeof(*pSt_SubOption));
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        *pwMsgID = reader.GetU16();
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPrefixedBytes(reader, ptszTopicFilter, mqttprotocol::kMaxPrefixedLength);
+        reader.GetBytes(pSt_SubOption, sizeof(*pSt_SubOption));
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -67,15 +56,13 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, i
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    *pwMsgID = ByteReader(lpszMsgBuffer).GetU16();
-    // The property length is taken from byte 0, the identifier's high byte, not from byte 2: for an
-    // identifier below 256 no property is decoded and the reason code is the identifier's low byte.
-    // UNSUBACK is read by the wire layout; SUBACK keeps these positions.
-    ByteReader reader(lpszMsgBuffer);
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    *pbyReasonCode = reader.GetU8();
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        *pwMsgID = reader.GetU16();
+        // The property length is taken from byte 0, the identifier's high byte, not from byte 2: for
+        // an identifier below 256 no property is decoded and the reason code is the identifier's low
+        // byte. UNSUBACK is read by the wire layout; SUBACK keeps these positions.
+        ByteReader fromStart(lpszMsgBuffer);
+        mqttprotocol::GetPropertyBlock(*this, fromStart, pppSt_Property, pInt_PropertyCount);
+        *pbyReasonCode = fromStart.GetU8();
+    });
 }

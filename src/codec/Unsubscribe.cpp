@@ -14,15 +14,11 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffe
                                                               MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                               int nPropertyCount)
 {
-    if (!mqttprotocol::StartBuilding(ptszMsgBuffer, pInt_MsgLen)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PACKET_ARGUMENT);
-    }
-    ByteWriter writer(ptszMsgBuffer);
-    writer.PutU16(wMsgID);
-    mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-    mqttprotocol::PutPrefixedString(writer, lpszTopicFilter);
-    *pInt_MsgLen = writer.Position();
-    return true;
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+        writer.PutU16(wMsgID);
+        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
+        mqttprotocol::PutPrefixedString(writer, lpszTopicFilter);
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -30,14 +26,11 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffe
                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                         int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    *pwMsgID = reader.GetU16();
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    mqttprotocol::GetPrefixedBytes(reader, ptszTopicFilter, mqttprotocol::kMaxPrefixedLength);
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        *pwMsgID = reader.GetU16();
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPrefixedBytes(reader, ptszTopicFilter, mqttprotocol::kMaxPrefixedLength);
+    });
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int /*nMsgLen*/,
@@ -45,12 +38,9 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer,
                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                       int* pInt_PropertyCount)
 {
-    if (!mqttprotocol::StartDecoding(lpszMsgBuffer)) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    }
-    ByteReader reader(lpszMsgBuffer);
-    *pwMsgID = reader.GetU16();
-    mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-    *pbyReasonCode = reader.GetU8();
-    return true;
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+        *pwMsgID = reader.GetU16();
+        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        *pbyReasonCode = reader.GetU8();
+    });
 }
