@@ -98,6 +98,47 @@ struct DecodedProperties
 
 using PropertySummary = std::vector<std::pair<int, uint32_t>>;
 
+// Decodes a body from a received block with a decoder that hands out a reason code and properties
+// (CONNACK, DISCONNECT) and checks both.
+template <typename Decoder>
+void ExpectReasonAndProperties(Decoder decode, const Bytes& bytes, uint8_t reasonCode, const PropertySummary& properties)
+{
+    const ReceivedBody body(bytes);
+    unsigned char decodedReason = 0xEE;
+    DecodedProperties decoded;
+    ASSERT_TRUE(decode(body.Data(), static_cast<int>(bytes.size()), &decodedReason, &decoded.list, &decoded.count));
+    EXPECT_EQ(decodedReason, reasonCode);
+    EXPECT_EQ(decoded.Summary(), properties);
+}
+
+// The reply decoders share one signature: reason code out, then packet identifier out, then properties.
+using ReplyDecoder = bool (*)(const char*, int, unsigned char*, unsigned short*, MQTTPROTOCOL_HDRPROPERTY***, int*);
+
+struct ReplyDecodeVector
+{
+    const char* name;
+    Bytes body;
+    int bodyLen;  // as given to the decoder, which may read past it
+    uint16_t packetID;
+    uint8_t reasonCode;
+    PropertySummary properties;
+};
+
+inline void ExpectReplyDecodes(ReplyDecoder decode, const std::vector<ReplyDecodeVector>& vectors)
+{
+    for (const auto& vector : vectors) {
+        SCOPED_TRACE(vector.name);
+        const ReceivedBody body(vector.body);
+        unsigned char reasonCode = 0xEE;
+        unsigned short packetID = 0;
+        DecodedProperties properties;
+        ASSERT_TRUE(decode(body.Data(), vector.bodyLen, &reasonCode, &packetID, &properties.list, &properties.count));
+        EXPECT_EQ(packetID, vector.packetID);
+        EXPECT_EQ(reasonCode, vector.reasonCode);
+        EXPECT_EQ(properties.Summary(), vector.properties);
+    }
+}
+
 // A property list to give to a builder: records owned here, pointers in wire order.
 struct PropertyList
 {

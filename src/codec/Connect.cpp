@@ -8,9 +8,6 @@
 
 namespace {
 
-using mqttprotocol::ByteReader;
-using mqttprotocol::ByteWriter;
-
 constexpr uint8_t kUserNameFlag = 0x80;
 constexpr uint8_t kPasswordFlag = 0x40;
 constexpr uint8_t kProtocolNameLength = 4;
@@ -35,7 +32,7 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, i
                                                           int nPropertyCount, const char* lpszClientUser,
                                                           const char* lpszClientPass)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         StampProtocol(*pSt_HDRConnect);
         // Copied as it lies in memory: the caller stores the keep-alive in network order already.
         writer.PutBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
@@ -58,7 +55,7 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         writer.PutU8(byConnAckFlags);
         writer.PutU8(byReasonCode);
         mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
@@ -71,7 +68,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         reader.GetBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
         pSt_HDRConnect->wKeepAlive = mqttprotocol::NetworkOrder16(pSt_HDRConnect->wKeepAlive);
         if (pSt_HDRConnect->byVersion != kProtocolLevel) {
@@ -96,7 +93,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         reader.Skip(1);  // the acknowledge flags: the session-present bit is not handed out
         *pbyReasonCode = reader.GetU8();
         mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);

@@ -7,7 +7,7 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](mqttprotocol::ByteWriter& writer) {
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         writer.PutU8(byReasonCode);
         mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
     });
@@ -18,7 +18,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffe
                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                         int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](mqttprotocol::ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         *pbyReasonCode = reader.GetU8();
         mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
     });

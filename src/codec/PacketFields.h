@@ -1,6 +1,7 @@
 // What every packet builder and decoder shares: the argument check and length out around a body,
-// the property block inside a packet, the two-byte-length prefixed string and the packet identifier
-// that replies leave out when it is zero. Each packet file composes its body from these and the
+// the property block inside a packet, the two-byte-length prefixed string, the packet identifier
+// that replies leave out when it is zero, and the opening that SUBSCRIBE and UNSUBSCRIBE share. Each
+// packet file composes its body from these and the
 // plain cursor operations, so that it reads like the packet's wire layout.
 #pragma once
 
@@ -94,6 +95,26 @@ inline void PutIdentifierIfSet(ByteWriter& writer, uint16_t wMsgID)
     if (wMsgID != 0) {
         writer.PutU16(wMsgID);
     }
+}
+
+// SUBSCRIBE and UNSUBSCRIBE open alike: packet identifier (always, 0 included), property block, one
+// topic filter. SUBSCRIBE adds its options byte behind them.
+inline void PutFilterRequest(CMQTTProtocol_Packet& packet, ByteWriter& writer, uint16_t wMsgID,
+                             const char* lpszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                             int nPropertyCount)
+{
+    writer.PutU16(wMsgID);
+    PutPropertyBlock(packet, writer, pppSt_Property, nPropertyCount);
+    PutPrefixedString(writer, lpszTopicFilter);
+}
+
+inline void GetFilterRequest(CMQTTProtocol_Parse& parse, ByteReader& reader, unsigned short* pwMsgID,
+                             char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                             int* pInt_PropertyCount)
+{
+    *pwMsgID = reader.GetU16();
+    GetPropertyBlock(parse, reader, pppSt_Property, pInt_PropertyCount);
+    GetPrefixedBytes(reader, ptszTopicFilter, kMaxPrefixedLength);
 }
 
 }  // namespace mqttprotocol

@@ -8,9 +8,6 @@
 
 namespace {
 
-using mqttprotocol::ByteReader;
-using mqttprotocol::ByteWriter;
-
 // The flags nibbles whose PUBLISH carries an identifier: exactly QoS 1 or QoS 2 with neither DUP nor
 // RETAIN. The whole nibble is compared, so a PUBLISH with DUP or RETAIN is read without one.
 constexpr unsigned kQoS1Flags = 2;
@@ -26,7 +23,7 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         mqttprotocol::PutPrefixedString(writer, lpszTopicName);
         // The identifier's value alone decides: the caller passes 0 for QoS 0.
         mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
@@ -40,7 +37,7 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, i
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
         writer.PutU8(byReasonCode);
         // A negative count asks for the short form: identifier and reason code only.
@@ -57,7 +54,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         mqttprotocol::GetPrefixedBytes(reader, ptszTopicName, mqttprotocol::kMaxPrefixedLength);
         if (pSt_FixedHeader->byMsgFlag == kQoS1Flags || pSt_FixedHeader->byMsgFlag == kQoS2Flags) {
             *pwMsgID = reader.GetU16();
@@ -75,7 +72,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, i
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         *pwMsgID = reader.GetU16();
         // Read whatever the length: a two-byte body hands out the byte behind it.
         *pbyReasonCode = reader.GetU8();

@@ -5,21 +5,14 @@
 // Only one topic filter and one reason code are handled per packet; the rest of a body is ignored.
 #include "codec/PacketFields.h"
 
-namespace {
-using mqttprotocol::ByteReader;
-using mqttprotocol::ByteWriter;
-}  // namespace
-
 bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen,
                                                             unsigned short wMsgID, const char* lpszTopicFilter,
                                                             MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                                             MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                             int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
-        writer.PutU16(wMsgID);
-        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-        mqttprotocol::PutPrefixedString(writer, lpszTopicFilter);
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
+        mqttprotocol::PutFilterRequest(*this, writer, wMsgID, lpszTopicFilter, pppSt_Property, nPropertyCount);
         writer.PutBytes(pSt_SubOption, sizeof(*pSt_SubOption));
     });
 }
@@ -29,7 +22,7 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int*
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                        int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
         // Always a block here, even for a negative count: these replies have no short form.
         mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
@@ -43,10 +36,8 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                        int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
-        *pwMsgID = reader.GetU16();
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-        mqttprotocol::GetPrefixedBytes(reader, ptszTopicFilter, mqttprotocol::kMaxPrefixedLength);
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+        mqttprotocol::GetFilterRequest(*this, reader, pwMsgID, ptszTopicFilter, pppSt_Property, pInt_PropertyCount);
         reader.GetBytes(pSt_SubOption, sizeof(*pSt_SubOption));
     });
 }
@@ -56,12 +47,12 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, i
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         *pwMsgID = reader.GetU16();
         // The property length is taken from byte 0, the identifier's high byte, not from byte 2: for
         // an identifier below 256 no property is decoded and the reason code is the identifier's low
         // byte. UNSUBACK is read by the wire layout; SUBACK keeps these positions.
-        ByteReader fromStart(lpszMsgBuffer);
+        mqttprotocol::ByteReader fromStart(lpszMsgBuffer);
         mqttprotocol::GetPropertyBlock(*this, fromStart, pppSt_Property, pInt_PropertyCount);
         *pbyReasonCode = fromStart.GetU8();
     });

@@ -1,23 +1,17 @@
 // UNSUBSCRIBE and UNSUBACK bodies (UNSUBACK is built by the shared reply builder with SUBACK).
 //
-// UNSUBSCRIBE: packet identifier, property block, one topic filter (no options byte).
+// UNSUBSCRIBE: packet identifier, property block, one topic filter (the opening SUBSCRIBE shares, no
+// options byte behind it).
 // UNSUBACK as read: packet identifier, property block, one reason code; later codes are ignored.
 #include "codec/PacketFields.h"
-
-namespace {
-using mqttprotocol::ByteReader;
-using mqttprotocol::ByteWriter;
-}  // namespace
 
 bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen,
                                                               unsigned short wMsgID, const char* lpszTopicFilter,
                                                               MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                               int nPropertyCount)
 {
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](ByteWriter& writer) {
-        writer.PutU16(wMsgID);
-        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-        mqttprotocol::PutPrefixedString(writer, lpszTopicFilter);
+    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
+        mqttprotocol::PutFilterRequest(*this, writer, wMsgID, lpszTopicFilter, pppSt_Property, nPropertyCount);
     });
 }
 
@@ -26,10 +20,8 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffe
                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                         int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
-        *pwMsgID = reader.GetU16();
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
-        mqttprotocol::GetPrefixedBytes(reader, ptszTopicFilter, mqttprotocol::kMaxPrefixedLength);
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+        mqttprotocol::GetFilterRequest(*this, reader, pwMsgID, ptszTopicFilter, pppSt_Property, pInt_PropertyCount);
     });
 }
 
@@ -38,7 +30,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer,
                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                       int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](ByteReader& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
         *pwMsgID = reader.GetU16();
         mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
         *pbyReasonCode = reader.GetU8();

@@ -3,13 +3,7 @@
 #include <memory>
 #include <optional>
 
-using mqtttest::Built;
-using mqtttest::Bytes;
-using mqtttest::Concat;
-using mqtttest::DecodedProperties;
-using mqtttest::PropertyList;
-using mqtttest::PropertySummary;
-using mqtttest::ReceivedBody;
+using namespace mqtttest;
 
 namespace {
 
@@ -269,13 +263,8 @@ TEST(Connack, BuildsAndDecodesGoldenBodies)
                   }),
                   vector.body);
 
-        const ReceivedBody body(vector.body);
-        unsigned char reasonCode = 0xEE;
-        DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Connack(body.Data(), static_cast<int>(vector.body.size()), &reasonCode,
-                                               &decoded.list, &decoded.count));
-        EXPECT_EQ(reasonCode, vector.reasonCode) << "the acknowledge flags are dropped";
-        EXPECT_EQ(decoded.Summary(), vector.decodedProperties);
+        // The acknowledge flags are dropped.
+        ExpectReasonAndProperties(MQTTProtocol_Parse_Connack, vector.body, vector.reasonCode, vector.decodedProperties);
     }
 }
 

@@ -1,11 +1,6 @@
 #include "TestSupport.h"
 
-using mqtttest::Built;
-using mqtttest::Bytes;
-using mqtttest::DecodedProperties;
-using mqtttest::PropertyList;
-using mqtttest::PropertySummary;
-using mqtttest::ReceivedBody;
+using namespace mqtttest;
 
 namespace {
 
@@ -33,13 +28,8 @@ TEST(Disconnect, BuildsAndDecodesGoldenBodies)
                   }),
                   vector.body);
 
-        const ReceivedBody body(vector.body);
-        unsigned char reasonCode = 0xEE;
-        DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Disconnect(body.Data(), static_cast<int>(vector.body.size()), &reasonCode,
-                                                  &decoded.list, &decoded.count));
-        EXPECT_EQ(reasonCode, vector.reasonCode);
-        EXPECT_EQ(decoded.Summary(), vector.decodedProperties);
+        ExpectReasonAndProperties(MQTTProtocol_Parse_Disconnect, vector.body, vector.reasonCode,
+                                  vector.decodedProperties);
     }
 }
 

@@ -2,12 +2,7 @@
 
 #include <optional>
 
-using mqtttest::Built;
-using mqtttest::Bytes;
-using mqtttest::DecodedProperties;
-using mqtttest::PropertyList;
-using mqtttest::PropertySummary;
-using mqtttest::ReceivedBody;
+using namespace mqtttest;
 
 namespace {
 
@@ -135,38 +130,17 @@ TEST(PublishAcknowledgement, BuildsGoldenBodies)
     }
 }
 
-struct AckDecodeVector
-{
-    const char* name;
-    Bytes body;
-    int bodyLen;
-    uint16_t packetID;
-    uint8_t reasonCode;
-    PropertySummary properties;
-};
-
-const AckDecodeVector kAckDecodes[] = {
-    {"three bytes", {0x00, 0x05, 0x00}, 3, 5, 0x00, {}},
-    {"two bytes: the reason code is the byte behind them", {0x00, 0x05, 0x97}, 2, 5, 0x97, {}},
-    {"empty property block", {0x12, 0x34, 0x10, 0x00}, 4, 0x1234, 0x10, {}},
-    {"properties", {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 7, 5, 0x10, {{0x21, 10}}},
-    {"properties beyond a length of 3 are not read", {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 3, 5, 0x10, {}},
-};
-
 TEST(PublishAcknowledgement, DecodesGoldenBodies)
 {
-    for (const auto& vector : kAckDecodes) {
-        SCOPED_TRACE(vector.name);
-        const ReceivedBody body(vector.body);
-        unsigned char reasonCode = 0xEE;
-        unsigned short packetID = 0;
-        DecodedProperties properties;
-        ASSERT_TRUE(MQTTProtocol_Parse_Puback(body.Data(), vector.bodyLen, &reasonCode, &packetID, &properties.list,
-                                              &properties.count));
-        EXPECT_EQ(packetID, vector.packetID);
-        EXPECT_EQ(reasonCode, vector.reasonCode);
-        EXPECT_EQ(properties.Summary(), vector.properties);
-    }
+    ExpectReplyDecodes(MQTTProtocol_Parse_Puback,
+                       {
+                           {"three bytes", {0x00, 0x05, 0x00}, 3, 5, 0x00, {}},
+                           {"two bytes: the reason code is the byte behind them", {0x00, 0x05, 0x97}, 2, 5, 0x97, {}},
+                           {"empty property block", {0x12, 0x34, 0x10, 0x00}, 4, 0x1234, 0x10, {}},
+                           {"properties", {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 7, 5, 0x10, {{0x21, 10}}},
+                           {"no properties read at a length of 3", {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 3, 5,
+                            0x10, {}},
+                       });
 }
 
 }  // namespace

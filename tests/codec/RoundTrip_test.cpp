@@ -2,11 +2,7 @@
 // standard and this library agree on. SUBACK is left out: its decoder reads positions of its own.
 #include "TestSupport.h"
 
-using mqtttest::Built;
-using mqtttest::Bytes;
-using mqtttest::DecodedProperties;
-using mqtttest::PropertyList;
-using mqtttest::ReceivedBody;
+using namespace mqtttest;
 
 namespace {
 
@@ -138,20 +134,32 @@ TEST(RoundTrip, PublishAtQoS1AndQoS2)
     }
 }
 
-TEST(RoundTrip, PublishAcknowledgement)
+// The PUBLISH acknowledgement and UNSUBACK pair a builder and a decoder of the same signatures.
+TEST(RoundTrip, Replies)
 {
-    RoundTripEverySample(
-        [](char* out, int* length, const Sample& s, PropertyList& sent) {
-            return m_Packet.MQTTProtocol_Packet_REPPublish(out, length, s.packetID, 0x10, sent.Get(), sent.Count());
-        },
-        [](const char* body, int bodyLen, const Sample& s, DecodedProperties& decoded) {
-            unsigned char reasonCode = 0;
-            unsigned short packetID = 0;
-            ASSERT_TRUE(m_Parse.MQTTProtocol_Parse_Puback(body, bodyLen, &reasonCode, &packetID, &decoded.list,
-                                                          &decoded.count));
-            EXPECT_EQ(packetID, s.packetID);
-            EXPECT_EQ(reasonCode, 0x10);
-        });
+    const struct
+    {
+        bool (CMQTTProtocol_Packet::*build)(char*, int*, unsigned short, unsigned char, MQTTPROTOCOL_HDRPROPERTY***, int);
+        bool (CMQTTProtocol_Parse::*decode)(const char*, int, unsigned char*, unsigned short*,
+                                            MQTTPROTOCOL_HDRPROPERTY***, int*);
+    } pairs[] = {
+        {&CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish, &CMQTTProtocol_Parse::MQTTProtocol_Parse_Puback},
+        {&CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm, &CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSuback},
+    };
+    for (const auto& pair : pairs) {
+        RoundTripEverySample(
+            [&](char* out, int* length, const Sample& s, PropertyList& sent) {
+                return (m_Packet.*pair.build)(out, length, s.packetID, 0x10, sent.Get(), sent.Count());
+            },
+            [&](const char* body, int bodyLen, const Sample& s, DecodedProperties& decoded) {
+                unsigned char reasonCode = 0;
+                unsigned short packetID = 0;
+                ASSERT_TRUE((m_Parse.*pair.decode)(body, bodyLen, &reasonCode, &packetID, &decoded.list,
+                                                   &decoded.count));
+                EXPECT_EQ(packetID, s.packetID);
+                EXPECT_EQ(reasonCode, 0x10);
+            });
+    }
 }
 
 TEST(RoundTrip, Subscribe)
@@ -191,22 +199,6 @@ TEST(RoundTrip, Unsubscribe)
                                                               &decoded.count));
             EXPECT_EQ(packetID, s.packetID);
             EXPECT_EQ(topicFilter, s.text);
-        });
-}
-
-TEST(RoundTrip, Unsuback)
-{
-    RoundTripEverySample(
-        [](char* out, int* length, const Sample& s, PropertyList& sent) {
-            return m_Packet.MQTTProtocol_Packet_REPComm(out, length, s.packetID, 0x11, sent.Get(), sent.Count());
-        },
-        [](const char* body, int bodyLen, const Sample& s, DecodedProperties& decoded) {
-            unsigned char reasonCode = 0;
-            unsigned short packetID = 0;
-            ASSERT_TRUE(m_Parse.MQTTProtocol_Parse_UNSuback(body, bodyLen, &reasonCode, &packetID, &decoded.list,
-                                                            &decoded.count));
-            EXPECT_EQ(packetID, s.packetID);
-            EXPECT_EQ(reasonCode, 0x11);
         });
 }
 

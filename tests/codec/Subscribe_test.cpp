@@ -1,12 +1,6 @@
 #include "TestSupport.h"
 
-using mqtttest::Built;
-using mqtttest::Bytes;
-using mqtttest::Concat;
-using mqtttest::DecodedProperties;
-using mqtttest::PropertyList;
-using mqtttest::PropertySummary;
-using mqtttest::ReceivedBody;
+using namespace mqtttest;
 
 namespace {
 
@@ -88,36 +82,16 @@ TEST(SubscribeReply, BuildsGoldenBodiesAlwaysWithAPropertyBlock)
     }
 }
 
-struct SubackDecodeVector
-{
-    const char* name;
-    Bytes body;
-    uint16_t packetID;
-    uint8_t reasonCode;
-    PropertySummary properties;
-};
-
 // The property length is read from byte 0, the identifier's high byte.
-const SubackDecodeVector kSubackDecodes[] = {
-    {"identifier below 256", {0x00, 0x07, 0x00, 0x02}, 7, 0x07, {}},
-    {"as the reply builder writes it", {0x00, 0x01, 0x00, 0x80}, 1, 0x01, {}},
-    {"high byte taken as a property length", {0x01, 0x02, 0x21, 0x00, 0x0A}, 0x0102, 0x21, {{0x02, 0x21000A00}}},
-};
-
 TEST(Suback, DecodesByItsOwnPositions)
 {
-    for (const auto& vector : kSubackDecodes) {
-        SCOPED_TRACE(vector.name);
-        const ReceivedBody body(vector.body);
-        unsigned char reasonCode = 0xEE;
-        unsigned short packetID = 0;
-        DecodedProperties properties;
-        ASSERT_TRUE(MQTTProtocol_Parse_Suback(body.Data(), static_cast<int>(vector.body.size()), &reasonCode, &packetID,
-                                              &properties.list, &properties.count));
-        EXPECT_EQ(packetID, vector.packetID);
-        EXPECT_EQ(reasonCode, vector.reasonCode);
-        EXPECT_EQ(properties.Summary(), vector.properties);
-    }
+    ExpectReplyDecodes(MQTTProtocol_Parse_Suback,
+                       {
+                           {"identifier below 256", {0x00, 0x07, 0x00, 0x02}, 4, 7, 0x07, {}},
+                           {"as the reply builder writes it", {0x00, 0x01, 0x00, 0x80}, 4, 1, 0x01, {}},
+                           {"high byte taken as a property length", {0x01, 0x02, 0x21, 0x00, 0x0A}, 5, 0x0102, 0x21,
+                            {{0x02, 0x21000A00}}},
+                       });
 }
 
 }  // namespace

@@ -1,12 +1,6 @@
 #include "TestSupport.h"
 
-using mqtttest::Built;
-using mqtttest::Bytes;
-using mqtttest::Concat;
-using mqtttest::DecodedProperties;
-using mqtttest::PropertyList;
-using mqtttest::PropertySummary;
-using mqtttest::ReceivedBody;
+using namespace mqtttest;
 
 namespace {
 
@@ -49,35 +43,14 @@ TEST(Unsubscribe, BuildsAndDecodesGoldenBodies)
     }
 }
 
-struct UnsubackDecodeVector
-{
-    const char* name;
-    Bytes body;
-    uint16_t packetID;
-    uint8_t reasonCode;
-    PropertySummary properties;
-};
-
-const UnsubackDecodeVector kUnsubackDecodes[] = {
-    {"one reason code", {0x00, 0x02, 0x00, 0x11}, 2, 0x11, {}},
-    {"later reason codes are ignored", {0x00, 0x02, 0x00, 0x80, 0x92}, 2, 0x80, {}},
-    {"properties", {0x00, 0x02, 0x03, 0x21, 0x00, 0x0A, 0x11}, 2, 0x11, {{0x21, 10}}},
-};
-
 TEST(Unsuback, DecodesGoldenBodies)
 {
-    for (const auto& vector : kUnsubackDecodes) {
-        SCOPED_TRACE(vector.name);
-        const ReceivedBody body(vector.body);
-        unsigned char reasonCode = 0xEE;
-        unsigned short packetID = 0;
-        DecodedProperties properties;
-        ASSERT_TRUE(MQTTProtocol_Parse_UNSuback(body.Data(), static_cast<int>(vector.body.size()), &reasonCode,
-                                                &packetID, &properties.list, &properties.count));
-        EXPECT_EQ(packetID, vector.packetID);
-        EXPECT_EQ(reasonCode, vector.reasonCode);
-        EXPECT_EQ(properties.Summary(), vector.properties);
-    }
+    ExpectReplyDecodes(MQTTProtocol_Parse_UNSuback,
+                       {
+                           {"one reason code", {0x00, 0x02, 0x00, 0x11}, 4, 2, 0x11, {}},
+                           {"later reason codes are ignored", {0x00, 0x02, 0x00, 0x80, 0x92}, 5, 2, 0x80, {}},
+                           {"properties", {0x00, 0x02, 0x03, 0x21, 0x00, 0x0A, 0x11}, 7, 2, 0x11, {{0x21, 10}}},
+                       });
 }
 
 // The reply builder leaves a zero identifier out; the decoder still reads one, then reads past the body.
@@ -86,15 +59,7 @@ TEST(Unsuback, ReplyBuiltWithIdentifierZeroDoesNotReadBackAsZero)
     const Bytes reply =
         Built([](char* out, int* length) { return MQTTProtocol_Packet_REPComm(out, length, 0, 0x11, nullptr, 0); });
     ASSERT_EQ(reply, (Bytes{0x00, 0x11}));
-    const ReceivedBody body(reply);
-    unsigned char reasonCode = 0xEE;
-    unsigned short packetID = 0;
-    DecodedProperties properties;
-    ASSERT_TRUE(MQTTProtocol_Parse_UNSuback(body.Data(), 2, &reasonCode, &packetID, &properties.list,
-                                            &properties.count));
-    EXPECT_EQ(packetID, 0x0011);
-    EXPECT_EQ(reasonCode, 0x00) << "read from the zeros behind the body";
-    EXPECT_EQ(properties.list, nullptr);
+    ExpectReplyDecodes(MQTTProtocol_Parse_UNSuback, {{"identifier 0", reply, 2, 0x0011, 0x00, {}}});
 }
 
 }  // namespace
