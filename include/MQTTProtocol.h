@@ -201,8 +201,8 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* p
  * into pSt_UserInfo->tszClientID and, under connect flag bits 7 and 6, the user name and the password.
  * No will fields are skipped: in a CONNECT with a will, the will's fields are read in the places of
  * user name and password. Each of the three strings is copied up to its field's 260 bytes (a longer
- * one is cut there, the fields after it are still read from their places); zero *pSt_UserInfo first,
- * since a string of exactly 260 bytes or more has no terminator.
+ * one is cut there, the fields after it are still read from their places); zero *pSt_UserInfo first:
+ * no terminator is added, and a string of 260 bytes or more fills its whole field.
  * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null (nothing written), and with
  * MQTTPROTOCOL_ERR_PARSE_VERSION when the protocol level is not 5: *pSt_HDRConnect then already holds
  * the ten bytes (keep-alive in host order); the user record and property outs are untouched. The

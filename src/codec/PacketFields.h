@@ -1,8 +1,8 @@
 // What every packet builder and decoder shares: the argument check and length out around a body,
 // the property block inside a packet, the two-byte-length prefixed string, the packet identifier
 // that replies leave out when it is zero, and the opening that SUBSCRIBE and UNSUBSCRIBE share. Each
-// packet file composes its body from these and the
-// plain cursor operations, so that it reads like the packet's wire layout.
+// packet file composes its body from these and the plain cursor operations, so that it reads like the
+// packet's wire layout.
 #pragma once
 
 #include "codec/ByteCursor.h"
