@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 
 namespace mqttfuzz {
@@ -34,10 +35,16 @@ private:
     size_t m_Offset = 0;
 };
 
-// A finding: abort so libFuzzer and the replay runner both report it with the input.
-inline void Require(bool condition)
+// A finding: say which check failed, then abort so libFuzzer and the replay runner both report it
+// with the input.
+inline void Require(bool condition, const char* check, int line)
 {
-    if (!condition) std::abort();
+    if (!condition) {
+        std::fprintf(stderr, "check failed at line %d: %s\n", line, check);
+        std::abort();
+    }
 }
 
 }  // namespace mqttfuzz
+
+#define REQUIRE(condition) mqttfuzz::Require((condition), #condition, __LINE__)
