@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace mqttfuzz {
 
@@ -21,6 +22,14 @@ public:
     // The bytes not yet consumed.
     const uint8_t* Rest() const { return m_Data + (m_Offset < m_Size ? m_Offset : m_Size); }
     size_t RestSize() const { return m_Offset < m_Size ? m_Size - m_Offset : 0; }
+    // Copies up to count bytes out and takes them; returns how many.
+    size_t CopyOut(void* destination, size_t count)
+    {
+        const uint8_t* from = Rest();
+        const size_t taken = Take(count);
+        std::memcpy(destination, from, taken);
+        return taken;
+    }
     // Takes up to count bytes; returns how many were taken.
     size_t Take(size_t count)
     {

@@ -15,7 +15,7 @@ void CheckRemainingLength(mqttfuzz::InputReader& in)
 {
     const int available = in.Byte() % 8;
     char field[8] = {};
-    std::memcpy(field, in.Rest(), in.Take(static_cast<size_t>(available)));
+    in.CopyOut(field, static_cast<size_t>(available));
     int value = -1;
     int headerSize = 1;
     if (!m_Parse.MQTTProtocol_Parse_Length(field, available, &value, &headerSize)) {
@@ -44,7 +44,7 @@ void CheckPropertyBlock(mqttfuzz::InputReader& in)
     char block[1 + 255 + 8] = {};
     const uint8_t blockLen = in.Byte();
     block[0] = static_cast<char>(blockLen);
-    std::memcpy(block + 1, in.Rest(), in.Take(blockLen));
+    in.CopyOut(block + 1, blockLen);
 
     MQTTPROTOCOL_HDRPROPERTY** list = nullptr;
     int count = 0;
