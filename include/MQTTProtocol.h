@@ -232,6 +232,172 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_Header(char* ptszMsgBuffer, int* pInt_
                                                  const char* lpszBody, int nBodyLen, unsigned char byFlags);
 
 /* ---------------------------------------------------------------------------------------------
+ * Packet bodies
+ *
+ * Builders: ptszMsgBuffer receives the body, *pInt_MsgLen is SET to its size (not added to). The
+ * caller provides room for the whole body: the fields it passes plus one property block, which is at
+ * most 256 bytes beyond the widest raw property value (see CMQTTProtocol_Packet::
+ * MQTTProtocol_Packet_Property). The property list (pppSt_Property, nPropertyCount) is read as the
+ * block builder reads it and ITS TWO- AND FOUR-BYTE VALUES ARE SWAPPED TO NETWORK ORDER IN PLACE, so a
+ * list must not be shared between concurrent calls nor reused without restoring it. Strings are
+ * terminated and must not be null where they are written. Each builder fails with
+ * MQTTPROTOCOL_ERR_PACKET_ARGUMENT, writing nothing, when ptszMsgBuffer or pInt_MsgLen is null; no
+ * other argument is checked, and nothing else makes it fail.
+ *
+ * Decoders: lpszMsgBuffer is a body as MQTTProtocol_Parse_Recv hands it out, inside its zero-filled
+ * block of 0xA00000 bytes. The decoders trust every length prefix and read fixed positions whatever
+ * nMsgLen says, so a short or hostile body is read past its end into that block (zeros, well
+ * defined); a body from anywhere else must be readable as far as its prefixes reach. No terminator is
+ * added to any copied string: zero every output first. An out-parameter of a field the body does not
+ * carry is left as it was; when the property block is empty, the list out and the count out are not
+ * written, so set the list pointer to null and the count to 0 before the call. A decoded list is the
+ * caller's (release it with Keel_OperatorMemory_Free). Out-pointers are not checked: pass valid ones.
+ * Each decoder fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT, writing no output, when lpszMsgBuffer is
+ * null; only MQTTProtocol_Parse_Connect has a further failure.
+ * ------------------------------------------------------------------------------------------- */
+
+/* CONNECT body: the ten header bytes, the property block, the client identifier, then the user name
+ * if bit 7 of pSt_HDRConnect->byConnFlags is set and the password if bit 6 is set, each string as a
+ * big-endian 16-bit length and its bytes. No will fields are written, whatever the will flag says.
+ * pSt_HDRConnect (not null) is MODIFIED: byNameLenLSB = 4, tszProtocol = "MQTT", byVersion = 5; zero it
+ * before filling it so that byNameLenMSB is 0. Its ten bytes are then copied as they lie, so store
+ * wKeepAlive in NETWORK order (60 seconds as the bytes 0x00 0x3C); the decoder hands it back in host
+ * order. lpszClientID (not null): its length goes out cut to 16 bits, but all its bytes are copied, so
+ * keep it below 65,536 bytes. lpszClientUser / lpszClientPass are read only under their flag bit; each
+ * is written as its length cut to 16 bits and that many bytes.
+ * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT (record untouched) when ptszMsgBuffer or pInt_MsgLen is
+ * null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, int* pInt_MsgLen,
+                                                     MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect, const char* lpszClientID,
+                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount,
+                                                     const char* lpszClientUser, const char* lpszClientPass);
+/* CONNACK body: byConnAckFlags (bit 0 session present) and byReasonCode as given, then the property
+ * block; 3 bytes without properties. Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or
+ * pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byConnAckFlags,
+                                                     unsigned char byReasonCode,
+                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+/* Decodes a CONNECT body. nMsgLen is not used. Copies the ten header bytes into *pSt_HDRConnect and
+ * converts wKeepAlive to host order; then, if byVersion is 5, the properties, the client identifier
+ * into pSt_UserInfo->tszClientID and, under connect flag bits 7 and 6, the user name and the password.
+ * No will fields are skipped: in a CONNECT with a will, the will's fields are read in the places of
+ * user name and password. Each of the three strings is copied up to its field's 260 bytes (a longer
+ * one is cut there, the fields after it are still read from their places); zero *pSt_UserInfo first:
+ * no terminator is added, and a string of 260 bytes or more fills its whole field.
+ * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null (nothing written), and with
+ * MQTTPROTOCOL_ERR_PARSE_VERSION when the protocol level is not 5: *pSt_HDRConnect then already holds
+ * the ten bytes (keep-alive in host order); the user record and property outs are untouched. The
+ * protocol name is not checked. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int nMsgLen,
+                                                 MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
+                                                 MQTTPROTOCOL_USERINFO* pSt_UserInfo,
+                                                 MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+/* Decodes a CONNACK body. nMsgLen is not used. Byte 0, the acknowledge flags, is dropped (the
+ * session-present bit is not handed out); *pbyReasonCode = byte 1, not judged; properties from
+ * byte 2. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                                 MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+
+/* DISCONNECT body: byReasonCode as given, then the property block, always (2 bytes at least).
+ * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byReasonCode,
+                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+/* Decodes a DISCONNECT body. nMsgLen is not used: bytes 0 (*pbyReasonCode) and 1 (property length)
+ * are always read, so the standard's empty body is not recognised. Fails with
+ * MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+
+/* PUBLISH body: lpszTopicName (not null) as its length cut to 16 bits and that many bytes; wMsgID
+ * big-endian only when it is non-zero (the value alone decides: pass 0 for QoS 0 and non-zero for
+ * QoS 1 and 2, and give the matching flags to MQTTProtocol_Packet_Header); the property block; then
+ * nPayloadLen bytes of lpszPayload (read only when nPayloadLen > 0).
+ * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, int* pInt_MsgLen, const char* lpszTopicName,
+                                                     const char* lpszPayload, int nPayloadLen, unsigned short wMsgID,
+                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+/* The body shared by PUBACK, PUBREC, PUBREL and PUBCOMP (the type is what the caller gives to
+ * MQTTProtocol_Packet_Header): wMsgID big-endian only when non-zero, byReasonCode, then the property
+ * block unless nPropertyCount is negative (identifier and reason code only, the standard's short
+ * form). Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                                     unsigned char byReasonCode,
+                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+/* Decodes a PUBLISH body of nMsgLen bytes (the packet's remaining length). Copies the topic into
+ * ptszTopicName, which must hold 65,535 bytes. Reads a packet identifier into *pwMsgID only when the
+ * whole flags nibble of *pSt_FixedHeader (not null) is exactly 2 or 4: a QoS 1 or 2 PUBLISH that also
+ * has DUP or RETAIN set is read as if it had none, its identifier bytes taken as the property block.
+ * The type nibble is not examined. Then the properties; then, only if bytes remain, sets
+ * *pInt_PayloadLen to their number and copies them into ptszPayload, which must hold nMsgLen bytes;
+ * otherwise *pInt_PayloadLen is not written (it is not set to 0).
+ * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, int nMsgLen,
+                                                 MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader, char* ptszTopicName,
+                                                 unsigned short* pwMsgID, char* ptszPayload, int* pInt_PayloadLen,
+                                                 MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+/* Decodes a PUBACK, PUBREC, PUBREL or PUBCOMP body (note: reason code before identifier here).
+ * *pwMsgID = bytes 0-1, *pbyReasonCode = byte 2 WHATEVER nMsgLen IS (a two-byte body hands out the
+ * byte behind it, not the standard's implied 0x00); the property block from byte 3 only when nMsgLen
+ * is greater than 3. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                                unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                int* pInt_PropertyCount);
+
+/* SUBSCRIBE body with one topic filter: wMsgID big-endian (0 included), the property block,
+ * lpszTopicFilter (not null) as its length cut to 16 bits and that many bytes, then the one byte of
+ * *pSt_SubOption (not null) as it is. Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer
+ * or pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                                       const char* lpszTopicFilter,
+                                                       MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
+                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+/* SUBACK or UNSUBACK body with one reason code: wMsgID big-endian only when non-zero (an identifier
+ * of 0 is left out, and MQTTProtocol_Parse_UNSuback then does not read it back as 0), the property
+ * block, always (a count below 1 gives the byte 0), then byReasonCode.
+ * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                                  unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                  int nPropertyCount);
+/* Decodes a SUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
+ * topic filter into ptszTopicFilter, which must hold 65,535 bytes; its options byte into
+ * *pSt_SubOption. Further topic filters are ignored. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when
+ * lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
+                                                   char* ptszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
+                                                   MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+/* Decodes a SUBACK body by this library's own positions, which are not the wire layout's.
+ * nMsgLen is not used. *pwMsgID = bytes 0-1, but the property length is then read from byte 0 (the
+ * identifier's high byte) and the properties from byte 1, and *pbyReasonCode is the byte behind them:
+ * for an identifier below 256 no property is decoded and the reason code is the identifier's low byte
+ * (00 07 00 02 yields identifier 7 and reason code 0x07). Use MQTTProtocol_Parse_UNSuback to read the
+ * layout MQTTProtocol_Packet_REPComm writes. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when
+ * lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                                unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                int* pInt_PropertyCount);
+
+/* UNSUBSCRIBE body with one topic filter: wMsgID big-endian (0 included), the property block, then
+ * lpszTopicFilter (not null) as its length cut to 16 bits and that many bytes; no options byte.
+ * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                                         const char* lpszTopicFilter,
+                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                         int nPropertyCount);
+/* Decodes an UNSUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
+ * topic filter into ptszTopicFilter, which must hold 65,535 bytes. Further filters are ignored.
+ * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
+                                                    char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                    int* pInt_PropertyCount);
+/* Decodes an UNSUBACK body. nMsgLen is not used. *pwMsgID = bytes 0-1 (always expected: a body built
+ * with identifier 0 is misread), the property length at byte 2 and the properties, then the first
+ * reason code into *pbyReasonCode; later codes are ignored. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT
+ * when lpszMsgBuffer is null. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                                  unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                  int* pInt_PropertyCount);
+
+/* ---------------------------------------------------------------------------------------------
  * Receive side (see the section above the records). Lock order inside the library: the session
  * table's lock, then one session's lock; no lock is held while a pool call waits.
  * ------------------------------------------------------------------------------------------- */
@@ -371,6 +537,31 @@ public:
      * the list itself is not checked (count > 0 requires count valid records). */
     bool MQTTProtocol_Packet_Property(char* ptszMsgBuffer, int* pInt_MsgLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                       int nPropertyCount);
+
+    /* See the C function of the same name (each packet builder below). */
+    bool MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, int* pInt_MsgLen, MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
+                                        const char* lpszClientID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                        int nPropertyCount, const char* lpszClientUser, const char* lpszClientPass);
+    bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byConnAckFlags,
+                                        unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                        int nPropertyCount);
+    bool MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byReasonCode,
+                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+    bool MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, int* pInt_MsgLen, const char* lpszTopicName,
+                                        const char* lpszPayload, int nPayloadLen, unsigned short wMsgID,
+                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+    bool MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                        unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                        int nPropertyCount);
+    bool MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                          const char* lpszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
+                                          MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+    bool MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                     unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                     int nPropertyCount);
+    bool MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                            const char* lpszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                            int nPropertyCount);
 };
 
 /* The parser: decoders of every packet type and the per-client receive sessions. */
@@ -397,6 +588,34 @@ public:
      * past the block: the caller guarantees them readable (bodies from MQTTProtocol_Parse_Recv are).
      * Always returns true; if the list cannot be allocated the count is set to 0 and the list untouched. */
     bool MQTTProtocol_Parse_Property(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                     int* pInt_PropertyCount);
+
+    /* See the C function of the same name (each packet decoder below). */
+    bool MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
+                                    MQTTPROTOCOL_USERINFO* pSt_UserInfo, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                    int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
+                                    char* ptszTopicName, unsigned short* pwMsgID, char* ptszPayload,
+                                    int* pInt_PayloadLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                    int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                   unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                   int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
+                                      char* ptszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
+                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                   unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                   int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
+                                       char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                       int* pInt_PropertyCount);
+    bool MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
+                                     unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                      int* pInt_PropertyCount);
 
     /* See the C functions of the same names. */
