@@ -1,6 +1,5 @@
 // Every builder and every decoder on a typical packet, in ns per packet, beside a memcpy of as many
 // bytes as the packet's body, with the allocations each makes.
-#include "AllocationCount.h"
 #include "Runs.h"
 #include "Settings.h"
 #include "Table.h"
@@ -55,13 +54,13 @@ char* OutBuffer(int slot = 0)
 template <typename Op>
 void RunCodec(benchmark::State& state, int bytes, Op& op)
 {
-    const unsigned long long allocationsBefore = BenchAllocationCount();
+    const Meter meter;
     for (auto _ : state) {
         op();
         benchmark::ClobberMemory();
     }
     const auto iterations = static_cast<double>(state.iterations());
-    Account(state, iterations, iterations * bytes, static_cast<double>(BenchAllocationCount() - allocationsBefore));
+    meter.Account(state, iterations, iterations * bytes);
 }
 
 // The hidden row of a memcpy of `bytes` bytes, registered once per size; returns its key.
@@ -90,10 +89,12 @@ void AddCodecRow(const std::string& label, int bytes, std::vector<Target> target
         ->UseRealTime();
 }
 
+// Allocations per packet as the table shows them, to two decimals: the benchmark library's own
+// allocation or two in a run of millions must not count against a row.
 Target AllocationsTarget(double expected, const std::string& text)
 {
     return {text, [expected](const Measured& self, const Results&) {
-                return std::fabs(self.allocationsPerPacket - expected) < 1e-6;
+                return std::fabs(self.allocationsPerPacket - expected) < 0.005;
             }};
 }
 

@@ -1,6 +1,5 @@
 #include "Runs.h"
 
-#include "AllocationCount.h"
 #include "Receive.h"
 #include "Table.h"
 
@@ -16,7 +15,7 @@ void RunOneClient(benchmark::State& state, const Workload& workload, size_t piec
     if (!client.Inserted()) {
         state.SkipWithError("the session could not be inserted");
     }
-    const unsigned long long allocationsBefore = BenchAllocationCount();
+    const Meter meter;
     for (auto _ : state) {
         if (!FeedPieces(client.Address(), workload.stream, 0, workload.stream.size(), pieceSize, receiver)) {
             state.SkipWithError("a piece was refused");
@@ -25,9 +24,8 @@ void RunOneClient(benchmark::State& state, const Workload& workload, size_t piec
         }
     }
     const auto iterations = static_cast<double>(state.iterations());
-    Account(state, iterations * static_cast<double>(workload.packets.size()),
-            iterations * WireBytes(workload, workload.packets.size()),
-            static_cast<double>(BenchAllocationCount() - allocationsBefore));
+    meter.Account(state, iterations * static_cast<double>(workload.packets.size()),
+                  iterations * WireBytes(workload, workload.packets.size()));
 }
 
 void RunMemcpy(benchmark::State& state, size_t bytes)
@@ -36,6 +34,7 @@ void RunMemcpy(benchmark::State& state, size_t bytes)
     std::vector<char> source(bytes + 1, 'x');
     std::vector<char> destination(bytes + 1, 'y');
     size_t count = bytes;
+    const Meter meter;
     for (auto _ : state) {
         benchmark::DoNotOptimize(count);  // a length the compiler cannot see, like a packet's
         std::memcpy(destination.data(), source.data(), count);
@@ -43,7 +42,7 @@ void RunMemcpy(benchmark::State& state, size_t bytes)
         benchmark::ClobberMemory();
     }
     const auto iterations = static_cast<double>(state.iterations());
-    Account(state, iterations, iterations * static_cast<double>(bytes), 0);
+    meter.Account(state, iterations, iterations * static_cast<double>(bytes));
 }
 
 }  // namespace bench

@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <thread>
 
 namespace bench {
@@ -62,6 +64,15 @@ Checksum Repeated(const Checksum& once, int times)
     return total;
 }
 
+// Accounts for every client's run through a workload in every iteration.
+void AccountRuns(benchmark::State& state, const Meter& meter, const Workload& workload, int clientCount,
+                 double otherAllocations = 0)
+{
+    const auto runs = static_cast<double>(state.iterations()) * clientCount;
+    meter.Account(state, runs * static_cast<double>(workload.packets.size()),
+                  runs * WireBytes(workload, workload.packets.size()), otherAllocations);
+}
+
 // Each round gives every client its next piece, and takes what that piece completes.
 void RunInterleaved(benchmark::State& state, int clientCount, int packetsPerClient)
 {
@@ -72,7 +83,7 @@ void RunInterleaved(benchmark::State& state, int clientCount, int packetsPerClie
     if (!AllInserted(clients)) {
         state.SkipWithError("a session could not be inserted");
     }
-    const unsigned long long allocationsBefore = BenchAllocationCount();
+    const Meter meter;
     for (auto _ : state) {
         bool fed = true;
         for (size_t at = 0; at < size; at += kSegmentPiece) {
@@ -85,10 +96,7 @@ void RunInterleaved(benchmark::State& state, int clientCount, int packetsPerClie
             state.SkipWithError("a piece was refused or the checksum does not match");
         }
     }
-    const auto runs = static_cast<double>(state.iterations()) * clientCount;
-    Account(state, runs * static_cast<double>(workload.packets.size()),
-            runs * WireBytes(workload, workload.packets.size()),
-            static_cast<double>(BenchAllocationCount() - allocationsBefore));
+    AccountRuns(state, meter, workload, clientCount);
 }
 
 long VoluntarySwitches()
@@ -98,10 +106,17 @@ long VoluntarySwitches()
     return usage.ru_nvcsw;
 }
 
+struct WorkerReadings
+{
+    long sleeps = 0;
+    unsigned long long allocations = 0;
+};
+
 // The worker: waits on pool index 0, lists the ready clients and takes each one's packets.
-long Work(uint64_t total, std::atomic<uint64_t>& taken, Receiver& receiver)
+WorkerReadings Work(uint64_t total, std::atomic<uint64_t>& taken, Receiver& receiver)
 {
     const long switchesBefore = VoluntarySwitches();
+    const unsigned long long allocationsBefore = BenchAllocationCount();
     while (taken.load(std::memory_order_relaxed) < total) {
         TAVRIN_HOPPER_TASKEVENT** ready = nullptr;
         int count = 0;
@@ -115,7 +130,7 @@ long Work(uint64_t total, std::atomic<uint64_t>& taken, Receiver& receiver)
         }
         Keel_OperatorMemory_Free(reinterpret_cast<void***>(&ready), count);
     }
-    return VoluntarySwitches() - switchesBefore;
+    return {VoluntarySwitches() - switchesBefore, BenchAllocationCount() - allocationsBefore};
 }
 
 // The network thread: every client's next piece in turn, never too far ahead of the worker.
@@ -147,20 +162,94 @@ void RunNetworkAndWorker(benchmark::State& state, int clientCount, int packetsPe
     if (!AllInserted(clients)) {
         state.SkipWithError("a session could not be inserted");
     }
-    long sleeps = 0;
+    WorkerReadings worker;
+    const Meter meter;
     for (auto _ : state) {
         std::atomic<uint64_t> taken{0};
-        std::thread worker([&] { sleeps += Work(total, taken, receiver); });
+        std::thread thread([&] {
+            const WorkerReadings readings = Work(total, taken, receiver);
+            worker.sleeps += readings.sleeps;
+            worker.allocations += readings.allocations;
+        });
         const bool fed = FeedNetwork(clients, workload, taken);
-        worker.join();
+        thread.join();
         if (!fed || !(receiver.TakeSum() == Repeated(workload.expected, clientCount))) {
             state.SkipWithError("a piece was refused or the checksum does not match");
         }
     }
-    const auto runs = static_cast<double>(state.iterations()) * clientCount;
-    Account(state, runs * static_cast<double>(workload.packets.size()),
-            runs * WireBytes(workload, workload.packets.size()), 0);
-    AccountExtra(state, kWorkerSleeps, static_cast<double>(sleeps));
+    AccountRuns(state, meter, workload, clientCount, static_cast<double>(worker.allocations));
+    AccountExtra(state, kWorkerSleeps, static_cast<double>(worker.sleeps));
+}
+
+// Blocks handed from one thread to another, at most a fixed number at a time.
+class BlockRing
+{
+public:
+    explicit BlockRing(size_t capacity) : m_Slots(capacity) {}
+
+    bool Push(char* block)
+    {
+        const size_t tail = m_Tail.load(std::memory_order_relaxed);
+        if (tail - m_Head.load(std::memory_order_acquire) == m_Slots.size()) {
+            return false;
+        }
+        m_Slots[tail % m_Slots.size()] = block;
+        m_Tail.store(tail + 1, std::memory_order_release);
+        return true;
+    }
+
+    char* Pop()
+    {
+        const size_t head = m_Head.load(std::memory_order_relaxed);
+        if (head == m_Tail.load(std::memory_order_acquire)) {
+            return nullptr;
+        }
+        char* block = m_Slots[head % m_Slots.size()];
+        m_Head.store(head + 1, std::memory_order_release);
+        return block;
+    }
+
+private:
+    std::vector<char*> m_Slots;
+    std::atomic<size_t> m_Head{0};
+    std::atomic<size_t> m_Tail{0};
+};
+
+// Frees `count` blocks as they come out of the ring.
+void FreeFromRing(BlockRing& ring, uint64_t count)
+{
+    for (uint64_t freed = 0; freed < count;) {
+        char* block = ring.Pop();
+        if (block == nullptr) {
+            std::this_thread::yield();
+            continue;
+        }
+        std::free(block);
+        freed++;
+    }
+}
+
+// The contract floor of two threads: every packet's block is made and filled on this thread, as a
+// network thread does, and freed on another, as a worker does.
+void RunTwoThreadFloor(benchmark::State& state, int clientCount, int packetsPerClient)
+{
+    const Workload& workload = StreamOf(StreamKind::SmallQos1, packetsPerClient);
+    const uint64_t total = workload.packets.size() * static_cast<uint64_t>(clientCount);
+    const Meter meter;
+    for (auto _ : state) {
+        BlockRing ring(kMaxOutstanding);
+        std::thread freer([&] { FreeFromRing(ring, total); });
+        for (uint64_t i = 0; i < total; i++) {
+            const PacketSpan& packet = workload.packets[i % workload.packets.size()];
+            char* block = static_cast<char*>(std::calloc(1, MQTTPROTOCOL_PACKET_BLOCK_SIZE));
+            std::memcpy(block, workload.stream.data() + packet.start + packet.bodyOffset, packet.bodyLength);
+            while (!ring.Push(block)) {
+                std::this_thread::yield();
+            }
+        }
+        freer.join();
+    }
+    AccountRuns(state, meter, workload, clientCount);
 }
 
 // The pool's count of one packet, up and down, with no thread waiting on its index.
@@ -171,13 +260,12 @@ void RunPoolCount(benchmark::State& state)
     if (pool == nullptr || !Hopper_TaskPool_AddrInsertEx(pool, "bench-pool-client", &index)) {
         state.SkipWithError("the pool could not be made");
     }
-    const unsigned long long allocationsBefore = BenchAllocationCount();
+    const Meter meter;
     for (auto _ : state) {
         Hopper_TaskPool_AddrIncEx(pool, index, "bench-pool-client");
         Hopper_TaskPool_AddrDecEx(pool, index, "bench-pool-client");
     }
-    const auto iterations = static_cast<double>(state.iterations());
-    Account(state, iterations, 0, static_cast<double>(BenchAllocationCount() - allocationsBefore));
+    meter.Account(state, static_cast<double>(state.iterations()), 0);
     Hopper_TaskPool_DestoryEx(pool);
 }
 
@@ -185,11 +273,11 @@ void RunPoolCount(benchmark::State& state)
 void RunFutexWake(benchmark::State& state)
 {
     int word = 0;
+    const Meter meter;
     for (auto _ : state) {
         syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
     }
-    const auto iterations = static_cast<double>(state.iterations());
-    Account(state, iterations, 0, 0);
+    meter.Account(state, static_cast<double>(state.iterations()), 0);
 }
 
 Target FlatTarget(const std::string& oneClientKey, const std::string& key)
@@ -212,15 +300,18 @@ void RegisterClients(const Settings& settings)
         }
         AddRow(row, [clients, perClient](benchmark::State& state) { RunInterleaved(state, clients, perClient); })
             ->Iterations(1)
-            ->Repetitions(settings.repetitions)
+            ->Repetitions(settings.scaleRepetitions)
             ->UseRealTime();
     }
 }
 
+const char* const kThreadsLabel = "network thread and worker thread through the pool, 100 clients";
+const char* const kTwoThreadFloorLabel = "contract floor of two threads: block made on one, freed on the other";
+
 Row ThreadsRow()
 {
-    Row row{kGroup, "network thread and worker thread through the pool, 100 clients"};
-    row.comparisons = {{KeyOf(kGroup, ClientsLabel(kThreadedClients))}};
+    Row row{kGroup, kThreadsLabel};
+    row.comparisons = {{KeyOf(kGroup, kTwoThreadFloorLabel)}, {KeyOf(kGroup, ClientsLabel(kThreadedClients))}};
     row.note = [](const Measured& measured) {
         char text[96];
         std::snprintf(text, sizeof(text), "worker slept %.3f times a packet", measured.perPacket.at(kWorkerSleeps));
@@ -234,6 +325,9 @@ void RegisterThreads(const Settings& settings)
     const int perClient = settings.threadedPackets / kThreadedClients;
     AddRow(ThreadsRow(), [perClient](benchmark::State& state) {
         RunNetworkAndWorker(state, kThreadedClients, perClient);
+    })->Iterations(1)->Repetitions(settings.repetitions)->UseRealTime();
+    AddRow({kGroup, kTwoThreadFloorLabel}, [perClient](benchmark::State& state) {
+        RunTwoThreadFloor(state, kThreadedClients, perClient);
     })->Iterations(1)->Repetitions(settings.repetitions)->UseRealTime();
 }
 

@@ -16,6 +16,7 @@ struct Settings
     int repetitions = 3;
     double codecMinSeconds = 0.3;
     int scalePackets = 1000000;  // per client count, at least two pieces for each client
+    int scaleRepetitions = 3;
     int threadedPackets = 1000000;
     int largePublishes = 20;     // the 10 MiB packet
     int burstRepetitions = 3;    // 50,000 PINGREQs in one call
@@ -26,13 +27,14 @@ inline Settings SettingsFor(bool quick)
     Settings settings;
     if (quick) {
         settings.quick = true;
-        settings.smallPackets = 50000;
-        settings.largePackets = 5000;
+        settings.smallPackets = 20000;
+        settings.repetitions = 9;
+        settings.largePackets = 2000;
         settings.literalHeapSample = 500;
         settings.literalMappedSample = 20;
         settings.codecMinSeconds = 0.05;
-        settings.scalePackets = 50000;
-        settings.threadedPackets = 50000;
+        settings.scalePackets = 20000;
+        settings.threadedPackets = 20000;
         settings.largePublishes = 5;
         settings.burstRepetitions = 1;
     }

@@ -1,5 +1,9 @@
 #include "Table.h"
 
+#include "AllocationCount.h"
+
+#include <sys/resource.h>
+
 #include <cstdio>
 #include <iostream>
 #include <utility>
@@ -13,6 +17,17 @@ using Run = benchmark::BenchmarkReporter::Run;
 const std::string kPackets = "packets";
 const std::string kBytes = "bytes";
 const std::string kAllocations = "allocations";
+const std::string kUserSeconds = "user seconds";
+const std::string kKernelSeconds = "kernel seconds";
+
+double Seconds(const timeval& time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6; }
+
+rusage ProcessUsage()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage;
+}
 
 struct Catalogue
 {
@@ -66,8 +81,11 @@ Measured MeasuredOf(const Run& run)
     measured.packetsPerSecond = packets / seconds;
     measured.megabytesPerSecond = CounterOf(run, kBytes) / seconds / 1e6;
     measured.allocationsPerPacket = CounterOf(run, kAllocations) / packets;
+    measured.userMicrosPerPacket = CounterOf(run, kUserSeconds) * 1e6 / packets;
+    measured.kernelMicrosPerPacket = CounterOf(run, kKernelSeconds) * 1e6 / packets;
     for (const auto& [name, counter] : run.counters) {
-        if (name != kPackets && name != kBytes && name != kAllocations) {
+        if (name != kPackets && name != kBytes && name != kAllocations && name != kUserSeconds &&
+            name != kKernelSeconds) {
             measured.perPacket[name] = counter.value / packets;
         }
     }
@@ -126,11 +144,12 @@ void PrintRow(std::ostream& out, const std::string& key, const Row& row, const R
     const Measured& measured = all.at(key);
     out << "| " << row.group << " | " << row.label << " | ";
     if (!measured.error.empty()) {
-        out << "failed: " << measured.error << " | | | | | |\n";
+        out << "failed: " << measured.error << " | | | | | | |\n";
         return;
     }
     out << Figure(measured.nsPerPacket, 1) << " | " << Figure(measured.packetsPerSecond, 0) << " | "
-        << Figure(measured.megabytesPerSecond, 1) << " | " << Figure(measured.allocationsPerPacket, 2) << " | "
+        << Figure(measured.megabytesPerSecond, 1) << " | " << Figure(measured.allocationsPerPacket, 2) << " | " << Figure(measured.userMicrosPerPacket, 2) << " + "
+        << Figure(measured.kernelMicrosPerPacket, 2) << " | "
         << ComparedText(key, row, measured, all) << " | " << TargetText(row, measured, all) << " |\n";
 }
 
@@ -157,11 +176,22 @@ benchmark::internal::Benchmark* AddRow(Row row, std::function<void(benchmark::St
     return benchmark::RegisterBenchmark(key.c_str(), std::move(run));
 }
 
-void Account(benchmark::State& state, double packets, double bytes, double allocations)
+Meter::Meter() : m_Allocations(BenchAllocationCount())
 {
+    const rusage usage = ProcessUsage();
+    m_UserSeconds = Seconds(usage.ru_utime);
+    m_KernelSeconds = Seconds(usage.ru_stime);
+}
+
+void Meter::Account(benchmark::State& state, double packets, double bytes, double otherAllocations) const
+{
+    const rusage usage = ProcessUsage();
     AccountExtra(state, kPackets, packets);
     AccountExtra(state, kBytes, bytes);
-    AccountExtra(state, kAllocations, allocations);
+    AccountExtra(state, kAllocations,
+                 static_cast<double>(BenchAllocationCount() - m_Allocations) + otherAllocations);
+    AccountExtra(state, kUserSeconds, Seconds(usage.ru_utime) - m_UserSeconds);
+    AccountExtra(state, kKernelSeconds, Seconds(usage.ru_stime) - m_KernelSeconds);
 }
 
 void AccountExtra(benchmark::State& state, const std::string& name, double total)
@@ -197,8 +227,9 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs)
 void TableReporter::Finalize()
 {
     std::ostream& out = GetOutputStream();
-    out << "| Group | Case | ns/packet | packets/s | MB/s | allocs/packet | Compared with | Target |\n"
-        << "|---|---|--:|--:|--:|--:|---|---|\n";
+    out << "| Group | Case | ns/packet | packets/s | MB/s | allocs/packet | CPU µs/packet, user + kernel | Compared "
+           "with | Target |\n"
+        << "|---|---|--:|--:|--:|--:|--:|---|---|\n";
     for (const std::string& key : Rows().order) {
         const Row& row = Rows().rows.at(key);
         if (row.shown && m_Results.count(key) != 0) {

@@ -20,6 +20,8 @@ struct Measured
     double packetsPerSecond = 0;
     double megabytesPerSecond = 0;
     double allocationsPerPacket = 0;
+    double userMicrosPerPacket = 0;    // CPU time of the whole process, outside the kernel
+    double kernelMicrosPerPacket = 0;  // and inside it
     // Further counters of the benchmark, per packet.
     std::map<std::string, double> perPacket;
     std::string error;  // empty when the run succeeded
@@ -71,9 +73,23 @@ double TimeRatio(const Results& all, const std::string& key, const std::string& 
 // Registers a benchmark as a row of the table under the key group/label.
 benchmark::internal::Benchmark* AddRow(Row row, std::function<void(benchmark::State&)> run);
 
-// Records what a benchmark did over all its iterations: packets handled, wire bytes they hold and
-// allocations made.
-void Account(benchmark::State& state, double packets, double bytes, double allocations);
+// What a benchmark spends besides time, from the meter's making to Account: the allocations of the
+// thread that makes it and the CPU time of the whole process, user and kernel.
+class Meter
+{
+public:
+    Meter();
+
+    // Records what the benchmark did over all its iterations: packets handled, the wire bytes they
+    // hold and the meter's readings; otherAllocations are those made on other threads.
+    void Account(benchmark::State& state, double packets, double bytes, double otherAllocations = 0) const;
+
+private:
+    unsigned long long m_Allocations;
+    double m_UserSeconds;
+    double m_KernelSeconds;
+};
+
 // Records a further count of a benchmark over all its iterations; the table gives it per packet.
 void AccountExtra(benchmark::State& state, const std::string& name, double total);
 

@@ -1,6 +1,5 @@
 // W1 to W4: the library on each workload beside baselines that do, per packet, only what the block
 // contract, the literal design and a plain copy must do.
-#include "AllocationCount.h"
 #include "Runs.h"
 #include "Settings.h"
 #include "Table.h"
@@ -100,17 +99,15 @@ const char* BodyOf(const Workload& workload, size_t packet)
     return workload.stream.data() + span.start + span.bodyOffset;
 }
 
-void AccountPackets(benchmark::State& state, const Workload& workload, size_t count,
-                    unsigned long long allocationsBefore)
+void AccountPackets(benchmark::State& state, const Meter& meter, const Workload& workload, size_t count)
 {
     const auto iterations = static_cast<double>(state.iterations());
-    Account(state, iterations * static_cast<double>(count), iterations * WireBytes(workload, count),
-                   static_cast<double>(BenchAllocationCount() - allocationsBefore));
+    meter.Account(state, iterations * static_cast<double>(count), iterations * WireBytes(workload, count));
 }
 
 void RunBaseline(benchmark::State& state, const Workload& workload, size_t count, PerPacket perPacket)
 {
-    const unsigned long long allocationsBefore = BenchAllocationCount();
+    const Meter meter;
     for (auto _ : state) {
         for (size_t i = 0; i < count; i++) {
             if (!perPacket(BodyOf(workload, i), workload.packets[i].bodyLength)) {
@@ -119,7 +116,7 @@ void RunBaseline(benchmark::State& state, const Workload& workload, size_t count
             }
         }
     }
-    AccountPackets(state, workload, count, allocationsBefore);
+    AccountPackets(state, meter, workload, count);
 }
 
 // Copies the bodies of packets [first, end) into blocks of their own, then frees them oldest first.
@@ -147,7 +144,7 @@ void RunPieceFloor(benchmark::State& state, const Workload& workload, size_t pie
 {
     const std::vector<size_t> completed = CompletedByPiece(workload, pieceSize);
     std::vector<char*> held;
-    const unsigned long long allocationsBefore = BenchAllocationCount();
+    const Meter meter;
     for (auto _ : state) {
         size_t first = 0;
         for (const size_t end : completed) {
@@ -158,7 +155,7 @@ void RunPieceFloor(benchmark::State& state, const Workload& workload, size_t pie
             first = end;
         }
     }
-    AccountPackets(state, workload, workload.packets.size(), allocationsBefore);
+    AccountPackets(state, meter, workload, workload.packets.size());
 }
 
 std::vector<Target> WorkloadTargets(const std::string& group)
