@@ -106,6 +106,12 @@ Checksum& Checksum::operator+=(const Checksum& other)
     return *this;
 }
 
+const char* BodyOf(const Workload& workload, size_t packet)
+{
+    const PacketSpan& span = workload.packets[packet];
+    return workload.stream.data() + span.start + span.bodyOffset;
+}
+
 size_t LongestBody(const Workload& workload)
 {
     uint32_t longest = 0;

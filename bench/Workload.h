@@ -38,6 +38,8 @@ struct Workload
     Checksum expected;
 };
 
+// Where the body of a workload's packet number `packet` begins in its stream.
+const char* BodyOf(const Workload& workload, size_t packet);
 // The longest body among a workload's packets.
 size_t LongestBody(const Workload& workload);
 // The wire bytes of a workload's first `count` packets.

@@ -93,18 +93,6 @@ bool CopyFloor(const char* body, uint32_t length)
     return true;
 }
 
-const char* BodyOf(const Workload& workload, size_t packet)
-{
-    const PacketSpan& span = workload.packets[packet];
-    return workload.stream.data() + span.start + span.bodyOffset;
-}
-
-void AccountPackets(benchmark::State& state, const Meter& meter, const Workload& workload, size_t count)
-{
-    const auto iterations = static_cast<double>(state.iterations());
-    meter.Account(state, iterations * static_cast<double>(count), iterations * WireBytes(workload, count));
-}
-
 void RunBaseline(benchmark::State& state, const Workload& workload, size_t count, PerPacket perPacket)
 {
     const Meter meter;
@@ -117,45 +105,6 @@ void RunBaseline(benchmark::State& state, const Workload& workload, size_t count
         }
     }
     AccountPackets(state, meter, workload, count);
-}
-
-// Copies the bodies of packets [first, end) into blocks of their own, then frees them oldest first.
-bool HoldBlocks(const Workload& workload, size_t first, size_t end, std::vector<char*>& held)
-{
-    held.clear();
-    for (size_t i = first; i < end; i++) {
-        char* block = static_cast<char*>(std::calloc(1, MQTTPROTOCOL_PACKET_BLOCK_SIZE));
-        if (block == nullptr) {
-            break;
-        }
-        std::memcpy(block, BodyOf(workload, i), workload.packets[i].bodyLength);
-        held.push_back(block);
-    }
-    benchmark::DoNotOptimize(held.data());
-    for (char* block : held) {
-        std::free(block);
-    }
-    return held.size() == end - first;
-}
-
-// The contract floor with the blocks of each piece alive together, as the library must hold them:
-// every packet a piece completes is cut before the host can take the first.
-void RunPieceFloor(benchmark::State& state, const Workload& workload, size_t pieceSize)
-{
-    const std::vector<size_t> completed = CompletedByPiece(workload, pieceSize);
-    std::vector<char*> held;
-    const Meter meter;
-    for (auto _ : state) {
-        size_t first = 0;
-        for (const size_t end : completed) {
-            if (!HoldBlocks(workload, first, end, held)) {
-                state.SkipWithError("out of memory");
-                break;
-            }
-            first = end;
-        }
-    }
-    AccountPackets(state, meter, workload, workload.packets.size());
 }
 
 std::vector<Target> WorkloadTargets(const std::string& group)
