@@ -1,3 +1,4 @@
-# Shared by scripts/run and scripts/test: the checkout's root and the packages every build needs.
+# Shared by scripts/run and scripts/test: the checkout's root, and the packages every build and the
+# host tests need (mosquitto: a real MQTT broker and clients to test the example hosts against).
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev pkg-config)
+BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev pkg-config mosquitto mosquitto-clients)
