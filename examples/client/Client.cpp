@@ -226,7 +226,7 @@ bool Client::OnPublish(const Frame& frame)
     const bool isNew = publish.qos < 2 || inboundQos2_.insert(publish.id).second;
     if (isNew) {
         received_++;
-        onMessage_(Message{publish.topic, publish.payload, publish.qos, publish.retain});
+        onMessage_(publish);
     }
     if (publish.qos == 1) {
         return Write(AckPacket(kPuback, publish.id, 0x00));

@@ -19,18 +19,10 @@
 
 namespace client {
 
-struct Message
-{
-    std::string topic;
-    std::string payload;
-    int qos = 0;
-    bool retain = false;
-};
-
 class Client
 {
 public:
-    using MessageHandler = std::function<void(const Message&)>;
+    using MessageHandler = std::function<void(const host::Publish&)>;
 
     explicit Client(MessageHandler onMessage) : onMessage_(std::move(onMessage)) {}
     ~Client();

@@ -80,7 +80,7 @@ bool ParseOptions(int argc, char** argv, Options& options)
     return options.topic.empty() == options.messages.empty();
 }
 
-void Print(const client::Message& message)
+void Print(const host::Publish& message)
 {
     std::printf("received topic=\"%s\" qos=%d%s payload=\"%s\"\n", message.topic.c_str(), message.qos,
                 message.retain ? " retained" : "", message.payload.c_str());

@@ -82,29 +82,35 @@ bool PropertyList::AddRecord(const MQTTPROTOCOL_HDRPROPERTY& record)
     return true;
 }
 
-bool PropertyList::AddByte(unsigned char id, unsigned char value)
+namespace {
+
+MQTTPROTOCOL_HDRPROPERTY Record(unsigned char id, int width)
 {
     MQTTPROTOCOL_HDRPROPERTY record{};
     record.byPropertyID = id;
-    record.nPropertyLen = 1;
+    record.nPropertyLen = width;
+    return record;
+}
+
+}  // namespace
+
+bool PropertyList::AddByte(unsigned char id, unsigned char value)
+{
+    auto record = Record(id, 1);
     record.byValue = value;
     return AddRecord(record);
 }
 
 bool PropertyList::AddU16(unsigned char id, unsigned short value)
 {
-    MQTTPROTOCOL_HDRPROPERTY record{};
-    record.byPropertyID = id;
-    record.nPropertyLen = 2;
+    auto record = Record(id, 2);
     record.wValue = value;
     return AddRecord(record);
 }
 
 bool PropertyList::AddU32(unsigned char id, unsigned int value)
 {
-    MQTTPROTOCOL_HDRPROPERTY record{};
-    record.byPropertyID = id;
-    record.nPropertyLen = 4;
+    auto record = Record(id, 4);
     record.dwValue = value;
     return AddRecord(record);
 }
@@ -114,9 +120,7 @@ bool PropertyList::AddString(unsigned char id, std::string_view text)
     if (text.size() + 2 > sizeof(MQTTPROTOCOL_HDRPROPERTY::tszValue)) {
         return false;
     }
-    MQTTPROTOCOL_HDRPROPERTY record{};
-    record.byPropertyID = id;
-    record.nPropertyLen = static_cast<int>(text.size()) + 2;
+    auto record = Record(id, static_cast<int>(text.size()) + 2);
     record.tszValue[0] = static_cast<char>(text.size() >> 8);
     record.tszValue[1] = static_cast<char>(text.size() & 0xFF);
     std::memcpy(record.tszValue + 2, text.data(), text.size());

@@ -37,7 +37,7 @@ void RunClient(int self, int clients, int messages, unsigned short port, std::ba
     const int neighbour = (self + 1) % clients;
     const int sender = (self + clients - 1) % clients;
     std::multiset<std::string> received;
-    client::Client session([&](const client::Message& message) { received.insert(message.payload); });
+    client::Client session([&](const host::Publish& message) { received.insert(message.payload); });
     if (!session.Connect("127.0.0.1", port, "load-" + std::to_string(self)) ||
         !session.Subscribe("load/" + std::to_string(self), QosOf(self))) {
         Report(self, session.Error());
