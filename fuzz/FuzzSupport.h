@@ -3,7 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 namespace mqttfuzz {
 
@@ -20,6 +22,14 @@ public:
     // The bytes not yet consumed.
     const uint8_t* Rest() const { return m_Data + (m_Offset < m_Size ? m_Offset : m_Size); }
     size_t RestSize() const { return m_Offset < m_Size ? m_Size - m_Offset : 0; }
+    // Copies up to count bytes out and takes them; returns how many.
+    size_t CopyOut(void* destination, size_t count)
+    {
+        const uint8_t* from = Rest();
+        const size_t taken = Take(count);
+        std::memcpy(destination, from, taken);
+        return taken;
+    }
     // Takes up to count bytes; returns how many were taken.
     size_t Take(size_t count)
     {
@@ -34,10 +44,16 @@ private:
     size_t m_Offset = 0;
 };
 
-// A finding: abort so libFuzzer and the replay runner both report it with the input.
-inline void Require(bool condition)
+// A finding: say which check failed, then abort so libFuzzer and the replay runner both report it
+// with the input.
+inline void Require(bool condition, const char* check, int line)
 {
-    if (!condition) std::abort();
+    if (!condition) {
+        std::fprintf(stderr, "check failed at line %d: %s\n", line, check);
+        std::abort();
+    }
 }
 
 }  // namespace mqttfuzz
+
+#define REQUIRE(condition) mqttfuzz::Require((condition), #condition, __LINE__)

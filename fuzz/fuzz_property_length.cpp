@@ -8,7 +8,6 @@
 
 namespace {
 
-using mqttfuzz::Require;
 
 constexpr int kMaxRemainingLength = 268435455;
 
@@ -16,26 +15,26 @@ void CheckRemainingLength(mqttfuzz::InputReader& in)
 {
     const int available = in.Byte() % 8;
     char field[8] = {};
-    std::memcpy(field, in.Rest(), in.Take(static_cast<size_t>(available)));
+    in.CopyOut(field, static_cast<size_t>(available));
     int value = -1;
     int headerSize = 1;
     if (!m_Parse.MQTTProtocol_Parse_Length(field, available, &value, &headerSize)) {
-        Require(value == -1 && headerSize == 1);
-        Require(MQTTProtocol_IsErrorOccur && MQTTProtocol_GetLastError(nullptr) == MQTTPROTOCOL_ERR_PARSE_LENGTH);
+        REQUIRE(value == -1 && headerSize == 1);
+        REQUIRE(MQTTProtocol_IsErrorOccur && MQTTProtocol_GetLastError(nullptr) == MQTTPROTOCOL_ERR_PARSE_LENGTH);
         return;
     }
     const int consumed = headerSize - 1;
-    Require(consumed >= 1 && consumed <= 4 && consumed <= available);
-    Require(value >= 0 && value <= kMaxRemainingLength);
+    REQUIRE(consumed >= 1 && consumed <= 4 && consumed <= available);
+    REQUIRE(value >= 0 && value <= kMaxRemainingLength);
     // The shortest encoding of the value is no longer than what was read, and decodes back to it.
     unsigned char encoded[5];
     unsigned char encodedCount = 0;
     m_Packet.MQTTProtocol_Packet_Length(value, encoded, &encodedCount);
-    Require(encodedCount <= consumed);
+    REQUIRE(encodedCount <= consumed);
     int decoded = -1;
     int decodedSize = 0;
-    Require(m_Parse.MQTTProtocol_Parse_Length(reinterpret_cast<char*>(encoded), encodedCount, &decoded, &decodedSize));
-    Require(decoded == value && decodedSize == encodedCount);
+    REQUIRE(m_Parse.MQTTProtocol_Parse_Length(reinterpret_cast<char*>(encoded), encodedCount, &decoded, &decodedSize));
+    REQUIRE(decoded == value && decodedSize == encodedCount);
 }
 
 void CheckPropertyBlock(mqttfuzz::InputReader& in)
@@ -45,15 +44,15 @@ void CheckPropertyBlock(mqttfuzz::InputReader& in)
     char block[1 + 255 + 8] = {};
     const uint8_t blockLen = in.Byte();
     block[0] = static_cast<char>(blockLen);
-    std::memcpy(block + 1, in.Rest(), in.Take(blockLen));
+    in.CopyOut(block + 1, blockLen);
 
     MQTTPROTOCOL_HDRPROPERTY** list = nullptr;
     int count = 0;
-    Require(m_Parse.MQTTProtocol_Parse_Property(block + 1, blockLen, &list, &count));
-    Require(count >= 1 && count <= (blockLen > 0 ? blockLen : 1) && list != nullptr);
+    REQUIRE(m_Parse.MQTTProtocol_Parse_Property(block + 1, blockLen, &list, &count));
+    REQUIRE(count >= 1 && count <= (blockLen > 0 ? blockLen : 1) && list != nullptr);
     int wireSize = 0;
     for (int i = 0; i < count; i++) {
-        Require(list[i]->nPropertyLen <= 255);
+        REQUIRE(list[i]->nPropertyLen <= 255);
         wireSize += 1 + list[i]->nPropertyLen;
     }
     // A block that decodes to exactly its length is given back byte for byte by the builder, up to
@@ -61,8 +60,8 @@ void CheckPropertyBlock(mqttfuzz::InputReader& in)
     if (blockLen > 0 && blockLen <= 254 && wireSize == blockLen) {
         char rebuilt[sizeof(block)] = {};
         int rebuiltLen = 0;
-        Require(m_Packet.MQTTProtocol_Packet_Property(rebuilt, &rebuiltLen, &list, count));
-        Require(rebuiltLen == 1 + blockLen && std::memcmp(rebuilt, block, static_cast<size_t>(rebuiltLen)) == 0);
+        REQUIRE(m_Packet.MQTTProtocol_Packet_Property(rebuilt, &rebuiltLen, &list, count));
+        REQUIRE(rebuiltLen == 1 + blockLen && std::memcmp(rebuilt, block, static_cast<size_t>(rebuiltLen)) == 0);
     }
     Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), count);
 }
