@@ -25,7 +25,17 @@
 #include <stdbool.h>
 #include <stdint.h>
 
+#include "Hopper_TaskPool.h"
 #include "Keel_OperatorMemory.h"
+
+#ifdef __cplusplus
+#include <list>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+#endif
 
 /* Marks exactly what the shared library exports; everything else is hidden. */
 #define MQTTPROTOCOL_API __attribute__((visibility("default")))
@@ -118,6 +128,77 @@ typedef struct
     unsigned char byReserved : 2;
 } MQTTPROTOCOL_HDRSUBSCRIBE;
 MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscription options record is one byte");
+
+/* ---------------------------------------------------------------------------------------------
+ * Receive side: sessions, framing and delivery
+ *
+ * A host calls MQTTProtocol_Parse_Init once, MQTTProtocol_Parse_Insert for each connection, then
+ * MQTTProtocol_Parse_Send for every piece of bytes a connection delivers, in stream order. Each whole
+ * packet is queued on the connection's session and counted ready in the Hopper pool. Worker threads,
+ * one per pool index, loop on MQTTProtocol_Parse_WaitEvent, MQTTProtocol_Parse_GetPool and
+ * MQTTProtocol_Parse_Recv; MQTTProtocol_Parse_ActiveEvent wakes them to stop. A connection that goes
+ * away is removed with MQTTProtocol_Parse_Delete; MQTTProtocol_Parse_Destory ends the pool. Nothing
+ * checks this order: the receive operations pass whatever pool handle there is to the pool.
+ *
+ * Packet bodies. Every packet is delivered with its body in a block of exactly
+ * MQTTPROTOCOL_PACKET_BLOCK_SIZE bytes from calloc, whatever the body's length: the body at its
+ * start, zeros after it (decoders may read past a body's end within its block). The host owns a
+ * delivered block and releases it with free(). The only packet without a block is a two-byte PINGREQ
+ * cut as an input of its own (see MQTTProtocol_Parse_Send): its body pointer is null. What this means
+ * for a host:
+ * - every queued or delivered packet, a PINGREQ as much as a 10 MiB PUBLISH, holds 10 MiB of address
+ *   space and, on Linux, one memory mapping of its own until its body is freed. A process has 65,530
+ *   mappings by default (vm.max_map_count): take packets promptly and free each body as soon as it is
+ *   decoded. A client that sends 50,000 PINGREQs in one burst holds 50,000 mappings until they are taken.
+ * - a block is made of fresh zero pages of the kernel: only the pages a body fills cost memory.
+ *
+ * What the library does to the host process. So that a block costs about 14 us (fresh pages from
+ * the kernel) rather than about 120 us (the allocator clearing 10 MiB), the library calls glibc's
+ * mallopt(M_MMAP_THRESHOLD, MQTTPROTOCOL_PACKET_BLOCK_SIZE) once, just before it makes its first block.
+ * From then on glibc serves every allocation of 10 MiB or more in the process, the host's included,
+ * with a mapping of its own, and no longer moves that threshold by itself (left alone, it would rise
+ * above 10 MiB when the first block is freed, and every later block would come from the heap and be
+ * cleared by hand). Allocations below 10 MiB come from the heap, as glibc's own adjustment would have
+ * arranged after the first large free. The call replaces a threshold the host set before; one the
+ * host sets afterwards stays, and blocks are then still right but may cost the clearing.
+ * Under a sanitizer's allocator the call changes nothing.
+ *
+ * Where the receive algorithm leaves room, this library decides:
+ * - A remaining length above MQTTPROTOCOL_PACKET_BLOCK_SIZE cannot fit a block: such a packet is
+ *   refused with MQTTPROTOCOL_ERR_PARSE_LENGTH as soon as its fixed header is cut, and it and the rest
+ *   of its input are dropped, reported as a bad SUBSCRIBE is (see MQTTProtocol_Parse_Send).
+ * - A refused packet (bad SUBSCRIBE/UNSUBSCRIBE flags, too long) gets no block at all, so the session
+ *   records of MQTTProtocol_Parse_Insert are the only memory the library deliberately never frees
+ *   (see MQTTProtocol_Parse_Insert and MQTTProtocol_Parse_Delete).
+ * - A packet still arriving is held in a buffer of its own size (3 bytes while its fixed header cannot
+ *   be decoded yet), never in a block, and the bytes that follow it in the piece that completes it are
+ *   cut straight from the caller's data: a piece of any length is never copied into a fixed-size buffer.
+ * - Null addresses, a negative byte count, a null data pointer with a positive count, an address of
+ *   128 bytes or more (Insert) and null out-pointers (Recv) are refused with
+ *   MQTTPROTOCOL_ERR_PARSE_ARGUMENT before anything else happens.
+ * ------------------------------------------------------------------------------------------- */
+
+/* The size of every packet body block: 10 MiB. */
+#define MQTTPROTOCOL_PACKET_BLOCK_SIZE 0xA00000
+
+/* One packet of a session's queue, complete or still arriving. Only complete records are ever handed
+ * out; a queue holds at most one that is not, at its back. Its forms:
+ *   form           bHeaderReady  bPacketReady  ptszMsgBuffer holds                       nMsgLen      nPktLen
+ *   complete       true          true          a block: the body only                    body length  packet size
+ *   short PINGREQ  true          true          nothing (null)                            0            2
+ *   body partial   true          false         the bytes so far from the first byte, in  bytes held   packet size
+ *                                              a buffer of the packet's size
+ *   short partial  false         false         the 0 to 3 bytes so far, in 3 bytes      bytes held   4
+ * The packet size is the first byte, the remaining-length bytes and the body together. */
+typedef struct
+{
+    MQTTPROTOCOL_FIXEDHEADER st_FixedHeader; /* the first byte; zero in a short partial unless two bytes came at once */
+    char* ptszMsgBuffer;                     /* see the forms above */
+    int nMsgLen;                             /* bytes of ptszMsgBuffer in use */
+    int nPktLen;                             /* the packet's size, or 4 while its fixed header waits */
+    bool bHeaderReady;                       /* the fixed header is decoded: nPktLen is the packet's size */
+    bool bPacketReady;                       /* the packet is whole and may be handed out */
+} MQTTPROTOCOL_MSGBUFFER;
 
 #ifdef __cplusplus
 extern "C" {
@@ -316,8 +397,120 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int
                                                   unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                   int* pInt_PropertyCount);
 
+/* ---------------------------------------------------------------------------------------------
+ * Receive side (see the section above the records). Lock order inside the library: the session
+ * table's lock, then one session's lock; no lock is held while a pool call waits.
+ * ------------------------------------------------------------------------------------------- */
+
+/* Creates the readiness pool with nPoolCount indexes (the pool refuses fewer than 1) and keeps its
+ * handle, replacing any earlier one without destroying it: call it once. Fails with the pool's own code
+ * (Hopper_GetLastError) when the pool cannot be made; the kept handle is null then. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Init(int nPoolCount);
+/* Destroys the pool, waking its waiters (their waits fail). The handle stays kept, so later receive
+ * calls hand a stale handle to the pool, which refuses it; sessions and their queues are left as they
+ * are. Always returns true, even before MQTTProtocol_Parse_Init. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Destory(void);
+
+/* Opens a session for a client address (NUL-terminated, at most 127 bytes, compared byte for byte),
+ * enters the address into the pool, which picks its pool index, and makes it known to Send and Recv.
+ * Kept on purpose: an address already present is not looked up first. The call returns true, the first
+ * session with everything queued in it stays the one in use, and the new session record stays
+ * allocated and unreachable.
+ * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null or 128 bytes or more; nothing
+ * happens) or MQTTPROTOCOL_ERR_PARSE_MALLOC (out of memory; nothing happens, except that the pool may
+ * keep the address when the table itself could not grow). */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
+/* Closes a client's session: frees every body block and buffer still queued in it, drops its queue,
+ * removes the address from the pool and from the table. The session record itself (its lock and empty
+ * queue) is deliberately not freed: a host that opens and closes very many sessions grows by one record
+ * each time. Returns true always; an unknown or null address changes nothing and leaves the flag false.
+ * Should memory for the lookup run out, nothing is deleted and the flag is set with
+ * MQTTPROTOCOL_ERR_PARSE_MALLOC. Bodies already handed out stay the host's. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
+
+/* Hands nMsgLen bytes that a client sent (lpszMsgBuffer, only read) to its session, which cuts them into
+ * packets. Give each client's bytes in stream order: calls for one client are serialised, calls for
+ * different clients run in parallel. Every whole packet is queued and raises the client's ready count
+ * in the pool by one. How the stream is cut, kept exactly as follows:
+ * - A packet's fixed header is decoded once 4 bytes from its first byte are at hand; until then they
+ *   wait. So 1 to 3 bytes left after the last whole packet of a piece wait, and a two- or three-byte
+ *   packet (a DISCONNECT 0xE0 0x00, say) is queued only once further bytes have made 4.
+ * - The exception: an input of exactly 2 bytes that is a PINGREQ (first byte 0xC0 to 0xCF, second
+ *   0x00) is queued at once, with a null body. An input is a piece given while no packet waits, or the
+ *   rest of an input after a whole packet: 0xC0 0x00 alone is queued at once; 0xC0 0x00 0xC0 0x00 gives
+ *   a PINGREQ with a block, then one with a null body. A piece given while bytes wait is added to them
+ *   like any other, even a 0xC0 0x00, and an empty piece leaves 0 bytes waiting.
+ * - The piece that gives waiting bytes what they lack (4 bytes in all, or the rest of their packet)
+ *   is cut, whole, together with them as one input from their packet's first byte.
+ * - A remaining-length field that is malformed (a fifth byte would be needed), or cut off because the
+ *   input is exactly 4 bytes and the field needs 4, makes the first byte a packet of its own with an
+ *   empty body, and cutting goes on at the next byte (0x070B1004 is set, then cleared by that cut).
+ *   Hosts meet the cut-off case with a packet of 2,097,152 body bytes or more (a four-byte length)
+ *   whose first piece is exactly 4 bytes, or whose bytes arrive one at a time: its stream falls apart.
+ * - A whole SUBSCRIBE or UNSUBSCRIBE whose flags are not 2 is refused with MQTTPROTOCOL_ERR_PARSE_HDRFLAGS
+ *   (flags are checked once the packet is whole), and a remaining length above
+ *   MQTTPROTOCOL_PACKET_BLOCK_SIZE with MQTTPROTOCOL_ERR_PARSE_LENGTH as soon as it is decoded; so is a
+ *   packet whose block or buffer cannot be allocated (MQTTPROTOCOL_ERR_PARSE_MALLOC). The refused
+ *   packet and everything after it in its input are dropped; what was queued before it stays.
+ * The result is false only when the refused packet is the first of a piece given while no packet
+ * waits (nothing of the piece is queued). Otherwise Send returns true with MQTTProtocol_IsErrorOccur
+ * left true: check the flag after a true result too if losses matter. After a true result with the
+ * flag false the code may still be 0x070B1004 from a malformed length. There is no resynchronising a
+ * stream other than Delete, then Insert.
+ * Fails, changing nothing, with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null, nMsgLen
+ * negative, lpszMsgBuffer null with nMsgLen above 0; checked first) and
+ * MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address not inserted, or deleted). */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuffer, int nMsgLen);
+/* Takes the oldest packet of a client's queue: its first byte into *pSt_FixedHeader, its body block into
+ * *pptszMsgBuffer (null for a PINGREQ cut as an input of its own) and the body length into
+ * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the locks, so
+ * another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error in the
+ * data). The host owns the block and frees it with free(). One packet per call.
+ * Fails, writing nothing and leaving the count alone, with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (any argument
+ * null; checked first), MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address unknown),
+ * MQTTPROTOCOL_ERR_PARSE_EMPTY (queue empty) or MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE (the oldest packet
+ * is still arriving). */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
+                                              char** pptszMsgBuffer, int* pInt_MsgLen);
+
+/* Lists the clients of pool index nPoolIndex that have packets ready: *pppSt_ListClient receives an
+ * array of *pInt_ListCount record pointers (address and ready count each), which the caller releases
+ * with Keel_OperatorMemory_Free((void***)pppSt_ListClient, *pInt_ListCount). Take each client's
+ * packets with MQTTProtocol_Parse_Recv, once per ready packet. Fails with the pool's own code: nothing
+ * ready (HOPPER_ERR_NOTREADY, nothing written), a bad index or null pointer, a stale handle. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_GetPool(int nPoolIndex, TAVRIN_HOPPER_TASKEVENT*** pppSt_ListClient,
+                                                 int* pInt_ListCount);
+/* Blocks until some client of pool index nPoolIndex has a packet ready or the index is activated.
+ * nTimeout in milliseconds: negative waits without limit, 0 only tests. No lock of the library is held
+ * meanwhile. Fails with the pool's own code: HOPPER_ERR_TIMEOUT, HOPPER_ERR_DESTROYED (the pool was
+ * destroyed during the wait), or a bad index or handle. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout);
+/* Wakes every thread waiting on pool index nPoolIndex although nothing is ready (how a host stops its
+ * workers); with no waiter, the next wait on that index returns at once, once. Fails with the pool's
+ * own code for a bad index or handle. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
+
 #ifdef __cplusplus
 } /* extern "C" */
+
+/* One client's receive session. Made by MQTTProtocol_Parse_Insert and never freed by the library. */
+struct TAVRIN_MQTTPARSE
+{
+    char tszClientAddr[128];                /* the address, NUL-terminated */
+    int nPoolIndex;                         /* the client's pool index, chosen by the pool */
+    std::unique_ptr<std::mutex> pSt_Locker; /* guards the queue and every record in it */
+    /* The packet queue: new packets at the back, the oldest at the front. */
+    std::unique_ptr<std::list<MQTTPROTOCOL_MSGBUFFER>> pStl_ListPacket;
+
+    /* Sets only the two owning pointers (to null). */
+    TAVRIN_MQTTPARSE() = default;
+    /* Copies the address and the index, moves the lock and the queue. */
+    TAVRIN_MQTTPARSE& operator=(TAVRIN_MQTTPARSE&&) = default;
+    /* Releases the queue's nodes (not the blocks they point to), then the lock. */
+    ~TAVRIN_MQTTPARSE() = default;
+    TAVRIN_MQTTPARSE(const TAVRIN_MQTTPARSE&) = delete;
+    TAVRIN_MQTTPARSE& operator=(const TAVRIN_MQTTPARSE&) = delete;
+};
 
 /* The builder. Its methods are what the MQTTProtocol_Packet_* functions forward to; it has no state. */
 class MQTTPROTOCOL_API CMQTTProtocol_Packet
@@ -424,6 +617,37 @@ public:
     bool MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                      unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                      int* pInt_PropertyCount);
+
+    /* See the C functions of the same names. */
+    bool MQTTProtocol_Parse_Init(int nPoolCount);
+    bool MQTTProtocol_Parse_Destory();
+    bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
+    bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
+    bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuffer, int nMsgLen);
+    bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
+                                 char** pptszMsgBuffer, int* pInt_MsgLen);
+    bool MQTTProtocol_Parse_GetPool(int nPoolIndex, TAVRIN_HOPPER_TASKEVENT*** pppSt_ListClient, int* pInt_ListCount);
+    bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout);
+    bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
+
+    /* The two steps of MQTTProtocol_Parse_Send, for a session whose lock the caller holds (they take no
+     * lock and do no lookup). Packet cuts nMsgLen bytes that begin at a packet's first byte; Build adds
+     * them to the packet still arriving at the back of the queue and, once that one is whole (or its
+     * fixed header can be decoded), cuts the held bytes and the new ones as one input. Results, queued
+     * records and codes are those described for MQTTProtocol_Parse_Send; Build returns the result of
+     * that cut, which Send does not pass on. Both fail with MQTTPROTOCOL_ERR_PARSE_ARGUMENT, changing
+     * nothing, when pSt_Session is null, nMsgLen is negative or lpszMsgBuffer is null with nMsgLen above
+     * 0; Build also when no packet is arriving at the back of the queue. */
+    bool MQTTProtocol_Parse_Packet(TAVRIN_MQTTPARSE* pSt_Session, const char* lpszMsgBuffer, int nMsgLen);
+    bool MQTTProtocol_Parse_Build(TAVRIN_MQTTPARSE* pSt_Session, const char* lpszMsgBuffer, int nMsgLen);
+
+private:
+    /* Destroying the parser frees neither the pool nor the sessions: Delete each client and Destory
+     * the pool before unloading. */
+    HOPPER_HANDLE hPool = nullptr; /* the readiness pool, null until Init */
+    std::shared_mutex st_Locker;   /* guards stl_MapClient */
+    /* Address -> session. The records are not owned: destroying the table leaves them allocated. */
+    std::unordered_map<std::string, TAVRIN_MQTTPARSE*> stl_MapClient;
 };
 
 /* The two process-wide instances behind the C functions. */

@@ -3,6 +3,7 @@
 #include "MQTTProtocol.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 static int failures = 0;
@@ -66,6 +67,31 @@ int main(void)
     CHECK(strcmp(topic, "a/b") == 0 && packetID == 10 && payloadLen == 2 && memcmp(payload, "xy", 2) == 0);
     CHECK(count == 1 && decoded != NULL && decoded[0]->byPropertyID == 0x02 && decoded[0]->dwValue == 30);
     Keel_OperatorMemory_Free((void***)&decoded, count);
+
+    /* The receive side from C: a PINGREQ and a PUBLISH in one piece, out again in order. */
+    CHECK(MQTTProtocol_Parse_Init(1));
+    CHECK(MQTTProtocol_Parse_Insert("c-host"));
+    const char stream[7] = {(char)0x30, 0x03, 'a', 'b', 'c', (char)0xC0, 0x00};
+    CHECK(MQTTProtocol_Parse_Send("c-host", stream, 7));
+    TAVRIN_HOPPER_TASKEVENT** ready = NULL;
+    int readyCount = 0;
+    CHECK(MQTTProtocol_Parse_WaitEvent(0, 0));
+    CHECK(MQTTProtocol_Parse_GetPool(0, &ready, &readyCount));
+    CHECK(readyCount == 1 && strcmp(ready[0]->tszClientAddr, "c-host") == 0 && ready[0]->nPktCount == 2);
+    Keel_OperatorMemory_Free((void***)&ready, readyCount);
+    MQTTPROTOCOL_FIXEDHEADER received;
+    char* packetBody = NULL;
+    int bodyLength = 0;
+    CHECK(MQTTProtocol_Parse_Recv("c-host", &received, &packetBody, &bodyLength));
+    CHECK(received.byMsgType == 3 && bodyLength == 3 && memcmp(packetBody, "abc", 3) == 0 && packetBody[3] == 0);
+    free(packetBody);
+    CHECK(MQTTProtocol_Parse_Recv("c-host", &received, &packetBody, &bodyLength));
+    CHECK(received.byMsgType == 12 && packetBody == NULL && bodyLength == 0);
+    CHECK(!MQTTProtocol_Parse_Recv("c-host", &received, &packetBody, &bodyLength));
+    CHECK(MQTTProtocol_dwErrorCode == MQTTPROTOCOL_ERR_PARSE_EMPTY);
+    CHECK(MQTTProtocol_Parse_ActiveEvent(0));
+    CHECK(MQTTProtocol_Parse_Delete("c-host"));
+    CHECK(MQTTProtocol_Parse_Destory());
 
     printf("c api: %s\n", failures == 0 ? "ok" : "FAILED");
     return failures == 0 ? 0 : 1;

@@ -1,0 +1,121 @@
+// The session table: opening and closing one client's receive session.
+#include "companion/Companion.h"
+#include "frame/ErrorState.h"
+#include "reassembly/SessionTable.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace mqttprotocol {
+
+bool MakeSessionKey(const char* address, std::string& key)
+{
+    try {
+        key.assign(address);
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+bool FindSharedSession(std::shared_mutex& tableLock, const SessionTable& table, const char* address,
+                       SharedSession& found)
+{
+    if (address == nullptr) {
+        return Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    }
+    std::string key;
+    if (!MakeSessionKey(address, key)) {
+        return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+    }
+    std::shared_lock lock(tableLock);
+    const auto entry = table.find(key);
+    if (entry == table.end()) {
+        return Fail(MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
+    }
+    found.tableLock = std::move(lock);
+    found.session = entry->second;
+    return true;
+}
+
+}  // namespace mqttprotocol
+
+namespace {
+
+constexpr size_t kAddressCapacity = sizeof(TAVRIN_MQTTPARSE::tszClientAddr);
+
+// Frees what the records of a queue hold (bodies, buffers of packets still arriving) and drops them.
+void DropQueued(std::list<MQTTPROTOCOL_MSGBUFFER>& queue)
+{
+    for (MQTTPROTOCOL_MSGBUFFER& record : queue) {
+        std::free(record.ptszMsgBuffer);
+        record.ptszMsgBuffer = nullptr;
+    }
+    queue.clear();
+}
+
+}  // namespace
+
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Insert(const char* lpszClientAddr)
+{
+    mqttprotocol::ClearError();
+    if (lpszClientAddr == nullptr || strnlen(lpszClientAddr, kAddressCapacity) >= kAddressCapacity) {
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    }
+    // Value-initialised: address all zero, index 0, no lock or queue yet.
+    TAVRIN_MQTTPARSE* session = new (std::nothrow) TAVRIN_MQTTPARSE();
+    if (session == nullptr) {
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+    }
+    std::strcpy(session->tszClientAddr, lpszClientAddr);
+    session->pSt_Locker.reset(new (std::nothrow) std::mutex());
+    session->pStl_ListPacket.reset(new (std::nothrow) std::list<MQTTPROTOCOL_MSGBUFFER>());
+    std::string key;
+    if (session->pSt_Locker == nullptr || session->pStl_ListPacket == nullptr ||
+        !mqttprotocol::MakeSessionKey(lpszClientAddr, key)) {
+        delete session;
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+    }
+    // The pool writes the index into the record before the record becomes visible to other threads.
+    Hopper_TaskPool_AddrInsertEx(hPool, lpszClientAddr, &session->nPoolIndex);
+
+    std::unique_lock tableLock(st_Locker);
+    try {
+        // An address already present keeps its first session; this record then stays allocated and
+        // unreachable. That is the library's behaviour: Insert does not look the address up first.
+        stl_MapClient.emplace(std::move(key), session);
+    } catch (const std::bad_alloc&) {
+        delete session;
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+    }
+    return true;
+}
+
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Delete(const char* lpszClientAddr)
+{
+    mqttprotocol::ClearError();
+    std::string key;
+    if (lpszClientAddr == nullptr) {
+        return true;
+    }
+    if (!mqttprotocol::MakeSessionKey(lpszClientAddr, key)) {
+        mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+        return true;
+    }
+    std::unique_lock tableLock(st_Locker);
+    const auto entry = stl_MapClient.find(key);
+    if (entry == stl_MapClient.end()) {
+        return true;
+    }
+    TAVRIN_MQTTPARSE& session = *entry->second;
+    {
+        std::lock_guard sessionLock(*session.pSt_Locker);
+        DropQueued(*session.pStl_ListPacket);
+        Hopper_TaskPool_AddrDeleteEx(hPool, session.nPoolIndex, lpszClientAddr);
+    }
+    // Only the table's pointer goes: the record, its lock and its empty queue stay allocated. That is
+    // the library's behaviour, kept on purpose.
+    stl_MapClient.erase(entry);
+    return true;
+}

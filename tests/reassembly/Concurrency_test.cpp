@@ -1,0 +1,156 @@
+// The road of a host: network threads hand pieces of many clients' streams to Send (each client's
+// bytes in order, from one thread), one worker per pool index loops on WaitEvent, GetPool and Recv,
+// and ActiveEvent stops the workers. Every packet must come out exactly once and in its client's
+// order, and every ready count must end at zero.
+#include "reassembly/ReceiveSupport.h"
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using mqtttest::Bytes;
+
+constexpr int kPoolCount = 3;
+constexpr int kNetworkThreads = 3;
+constexpr int kClients = 240;
+constexpr int kPacketsPerClient = mqtttest::kSanitized ? 2 : 12;
+
+// A client's stream and what must come out of it, in order.
+struct Client
+{
+    std::unique_ptr<mqtttest::Session> session;
+    Bytes stream;
+    std::vector<std::pair<uint8_t, Bytes>> expected;
+    size_t delivered = 0;  // touched only by the worker of the client's pool index
+};
+
+// PINGREQs, two-byte DISCONNECTs and PUBLISHes whose bodies name their client and place. The stream
+// ends with a PUBLISH: a short packet at the very end would wait for bytes that never come.
+void MakeStream(Client& client, int number, std::mt19937& random)
+{
+    for (int i = 0; i < kPacketsPerClient; i++) {
+        const int pick = static_cast<int>(random() % 4);
+        if (i + 1 < kPacketsPerClient && pick == 0) {
+            client.expected.push_back({0xC0, {}});
+            client.stream.insert(client.stream.end(), {0xC0, 0x00});
+        } else if (i + 1 < kPacketsPerClient && pick == 1) {
+            client.expected.push_back({0xE0, {}});
+            client.stream.insert(client.stream.end(), {0xE0, 0x00});
+        } else {
+            Bytes body{static_cast<uint8_t>(number >> 8), static_cast<uint8_t>(number), static_cast<uint8_t>(i)};
+            body.resize(body.size() + random() % 200, static_cast<uint8_t>(i));
+            client.expected.push_back({0x30, body});
+            const Bytes wire = mqtttest::Wire(0x30, body);
+            client.stream.insert(client.stream.end(), wire.begin(), wire.end());
+        }
+    }
+}
+
+// Sends the streams of every client whose number is `thread` modulo the thread count, a random
+// piece at a time, clients taking turns.
+void Network(std::vector<Client>& clients, int thread)
+{
+    std::mt19937 random(static_cast<uint32_t>(thread));
+    std::vector<size_t> sent(clients.size(), 0);
+    for (bool more = true; more;) {
+        more = false;
+        for (size_t i = static_cast<size_t>(thread); i < clients.size(); i += kNetworkThreads) {
+            const Bytes& stream = clients[i].stream;
+            if (sent[i] == stream.size()) continue;
+            const size_t size = std::min<size_t>(stream.size() - sent[i], 1 + random() % 64);
+            EXPECT_TRUE(MQTTProtocol_Parse_Send(clients[i].session->c_str(), mqtttest::AsChars(stream) + sent[i],
+                                                static_cast<int>(size)));
+            sent[i] += size;
+            more = true;
+        }
+    }
+}
+
+class Workers
+{
+public:
+    explicit Workers(std::vector<Client>& clients)
+    {
+        for (size_t i = 0; i < clients.size(); i++) m_ByAddress[clients[i].session->address] = &clients[i];
+        for (int index = 0; index < kPoolCount; index++) m_Threads.emplace_back([this, index] { Work(index); });
+    }
+
+    // Waits until every expected packet is out, then wakes the workers to stop.
+    void Finish(int expectedTotal)
+    {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(120);
+        while (m_Delivered.load() < expectedTotal && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+        m_Stop.store(true);
+        for (int index = 0; index < kPoolCount; index++) EXPECT_TRUE(MQTTProtocol_Parse_ActiveEvent(index));
+        for (auto& thread : m_Threads) thread.join();
+    }
+
+private:
+    void Work(int index)
+    {
+        while (!m_Stop.load()) {
+            if (!MQTTProtocol_Parse_WaitEvent(index, -1) || m_Stop.load()) continue;
+            TAVRIN_HOPPER_TASKEVENT** ready = nullptr;
+            int count = 0;
+            if (!MQTTProtocol_Parse_GetPool(index, &ready, &count)) continue;  // taken meanwhile
+            for (int i = 0; i < count; i++) TakeAll(*m_ByAddress.at(ready[i]->tszClientAddr), ready[i]->nPktCount);
+            Keel_OperatorMemory_Free(reinterpret_cast<void***>(&ready), count);
+        }
+    }
+
+    void TakeAll(Client& client, int readyCount)
+    {
+        for (int n = 0; n < readyCount; n++) {
+            const mqtttest::Taken taken = mqtttest::Take(client.session->c_str());
+            if (!taken.ok) return;
+            ASSERT_LT(client.delivered, client.expected.size()) << client.session->address;
+            const auto& [first, body] = client.expected[client.delivered++];
+            EXPECT_EQ(taken.first, first) << client.session->address;
+            EXPECT_EQ(taken.body, body) << client.session->address;
+            m_Delivered++;
+        }
+    }
+
+    std::map<std::string, Client*> m_ByAddress;
+    std::vector<std::thread> m_Threads;
+    std::atomic<bool> m_Stop{false};
+    std::atomic<int> m_Delivered{0};
+};
+
+TEST(ReceiveConcurrency, EveryPacketOnceAndInOrderAcrossThreads)
+{
+    ASSERT_TRUE(MQTTProtocol_Parse_Init(kPoolCount));
+    std::mt19937 random(7);
+    std::vector<Client> clients(kClients);
+    int expectedTotal = 0;
+    for (int i = 0; i < kClients; i++) {
+        clients[i].session = std::make_unique<mqtttest::Session>("concurrent");
+        MakeStream(clients[i], i, random);
+        expectedTotal += static_cast<int>(clients[i].expected.size());
+    }
+
+    {
+        Workers workers(clients);
+        std::vector<std::thread> network;
+        for (int thread = 0; thread < kNetworkThreads; thread++) {
+            network.emplace_back(Network, std::ref(clients), thread);
+        }
+        for (auto& thread : network) thread.join();
+        workers.Finish(expectedTotal);
+    }
+
+    for (const Client& client : clients) EXPECT_EQ(client.delivered, client.expected.size()) << client.session->address;
+    EXPECT_TRUE(mqtttest::ReadyCounts(kPoolCount).empty());
+    clients.clear();
+    MQTTProtocol_Parse_Destory();
+}
+
+}  // namespace

@@ -1,0 +1,282 @@
+// The library's framing and delivery against the reference model, call by call: Send's result, the
+// error flag and code, every record Recv hands out (first byte, body, zeros beyond the body on a
+// sample), Recv's failures, and the ready counts of the pool.
+#include "reassembly/ReceiveSupport.h"
+#include "reassembly/ReferenceFraming.h"
+
+#include <memory>
+#include <random>
+#include <vector>
+
+namespace {
+
+using mqtttest::Bytes;
+using mqtttest::Wire;
+
+// Runs a few clients through the library and the model side by side and compares after every call.
+class SideBySide
+{
+public:
+    explicit SideBySide(int clientCount)
+    {
+        for (int i = 0; i < clientCount; i++) {
+            m_Clients.push_back(std::make_unique<mqtttest::Session>("differential"));
+            m_Model.Insert(m_Clients.back()->address);
+        }
+        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
+    }
+
+    void Send(int client, const Bytes& piece)
+    {
+        const bool result = m_Clients[client]->Send(piece);
+        const bool expected = m_Model.Send(m_Clients[client]->address, piece);
+        EXPECT_EQ(result, expected) << "Send of " << piece.size() << " bytes";
+        CompareErrorState("Send");
+        CompareReadyCounts();
+    }
+
+    // Takes one packet from both sides; returns whether the library handed one out.
+    bool Recv(int client)
+    {
+        const bool checkWholeBlock = ++m_Deliveries % 64 == 0;
+        const mqtttest::Taken taken = mqtttest::Take(m_Clients[client]->c_str(), checkWholeBlock);
+        reference::Record expected;
+        EXPECT_EQ(taken.ok, m_Model.Recv(m_Clients[client]->address, expected));
+        CompareErrorState("Recv");
+        if (taken.ok) {
+            EXPECT_EQ(taken.first, expected.first);
+            EXPECT_EQ(taken.hasBody, expected.hasBlock);
+            EXPECT_EQ(taken.body, expected.bytes);
+            EXPECT_TRUE(taken.zeroBeyondBody);
+        }
+        CompareReadyCounts();
+        return taken.ok;
+    }
+
+    void Drain(int client)
+    {
+        while (Recv(client) && !::testing::Test::HasFailure()) {
+        }
+    }
+
+    int ClientCount() const { return static_cast<int>(m_Clients.size()); }
+
+private:
+    void CompareErrorState(const char* operation)
+    {
+        EXPECT_EQ(MQTTProtocol_IsErrorOccur, m_Model.errorFlag) << operation;
+        EXPECT_EQ(MQTTProtocol_dwErrorCode, m_Model.errorCode) << operation;
+    }
+
+    // Listing the pool is an operation too: the model takes over the error state it leaves.
+    void CompareReadyCounts()
+    {
+        const auto counts = mqtttest::ReadyCounts(mqtttest::ReceiveTest::kPoolCount);
+        for (const auto& client : m_Clients) {
+            const auto found = counts.find(client->address);
+            EXPECT_EQ(found == counts.end() ? 0 : found->second, m_Model.ReadyCount(client->address))
+                << client->address;
+        }
+        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
+    }
+
+    std::vector<std::unique_ptr<mqtttest::Session>> m_Clients;
+    reference::Framing m_Model;
+    int m_Deliveries = 0;
+};
+
+// Random streams: every packet type, PINGREQs, two- and three-byte packets, bad SUBSCRIBE and
+// UNSUBSCRIBE flags, malformed, longer-than-needed and five-byte lengths, lengths no block holds,
+// garbage; and random cuttings of them, empty pieces included.
+class StreamMaker
+{
+public:
+    explicit StreamMaker(uint32_t seed) : m_Random(seed) {}
+
+    Bytes Stream()
+    {
+        Bytes stream;
+        for (int packets = Between(1, 10); packets > 0; packets--) {
+            const Bytes packet = Packet();
+            stream.insert(stream.end(), packet.begin(), packet.end());
+        }
+        return stream;
+    }
+
+    std::vector<Bytes> Cut(const Bytes& stream)
+    {
+        std::vector<Bytes> pieces;
+        size_t at = 0;
+        while (at < stream.size()) {
+            const size_t left = stream.size() - at;
+            const size_t size = std::min(left, PieceSize(left));
+            pieces.emplace_back(stream.begin() + static_cast<long>(at), stream.begin() + static_cast<long>(at + size));
+            at += size;
+        }
+        return pieces;
+    }
+
+    int Between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_Random); }
+    bool Chance(int percent) { return Between(1, 100) <= percent; }
+
+private:
+    size_t PieceSize(size_t left)
+    {
+        const int pick = Between(1, 100);
+        if (pick <= 5) return 0;
+        if (pick <= 45) return static_cast<size_t>(Between(1, 5));
+        if (pick <= 75) return static_cast<size_t>(Between(1, 40));
+        return static_cast<size_t>(Between(1, static_cast<int>(left)));
+    }
+
+    Bytes Body(int size)
+    {
+        Bytes body(static_cast<size_t>(size));
+        for (auto& byte : body) byte = static_cast<uint8_t>(m_Random());
+        return body;
+    }
+
+    int BodySize()
+    {
+        const int pick = Between(1, 1000);
+        if (pick <= 300) return Between(0, 4);
+        if (pick <= 700) return Between(5, 40);
+        if (pick <= 960) return Between(100, 300);
+        if (pick <= 997) return Between(16370, 16400);
+        return Between(2097150, 2097153);
+    }
+
+    uint8_t SubscribeWithAnyFlags() { return static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)); }
+    uint8_t AnyFirstByte() { return static_cast<uint8_t>(Between(0, 255)); }
+    uint8_t FirstByte()
+    {
+        const int type = Between(1, 15);
+        const int flags = (type == 8 || type == 10) ? 2 : (Chance(70) ? 0 : Between(0, 15));
+        return static_cast<uint8_t>(type << 4 | flags);
+    }
+
+    Bytes Packet()
+    {
+        const int pick = Between(1, 100);
+        if (pick <= 12) return {static_cast<uint8_t>(0xC0 | (Chance(80) ? 0 : Between(1, 15))), 0x00};
+        if (pick <= 20) return {FirstByte(), 0x00};
+        if (pick <= 28) return {FirstByte(), 0x01, static_cast<uint8_t>(Between(0, 255))};
+        if (pick <= 33) return LongerLength();
+        if (pick <= 37) return Wire(SubscribeWithAnyFlags(), Body(Between(0, 30)));
+        if (pick <= 41) return Bytes{AnyFirstByte(), 0x80, 0x80, 0x80, 0x80, static_cast<uint8_t>(Between(0, 255))};
+        if (pick <= 44) return TooLong();
+        if (pick <= 49) return Body(Between(1, 6));
+        return Wire(FirstByte(), Body(BodySize()));
+    }
+
+    // The same value with a continuation byte more than it needs.
+    Bytes LongerLength()
+    {
+        const Bytes body = Body(Between(0, 20));
+        Bytes wire = Wire(FirstByte(), body);
+        wire[1] |= 0x80;
+        wire.insert(wire.begin() + 2, 0x00);
+        return wire;
+    }
+
+    // A header whose remaining length no block can hold, and a few bytes of body.
+    Bytes TooLong()
+    {
+        const int length = Between(MQTTPROTOCOL_PACKET_BLOCK_SIZE + 1, 268435455);
+        Bytes wire{FirstByte()};
+        for (int value = length; value > 0; value /= 128) {
+            wire.push_back(static_cast<uint8_t>(value % 128 | (value >= 128 ? 0x80 : 0)));
+        }
+        const Bytes some = Body(Between(0, 8));
+        wire.insert(wire.end(), some.begin(), some.end());
+        return wire;
+    }
+
+    std::mt19937 m_Random;
+};
+
+class ReceiveDifferential : public mqtttest::ReceiveTest
+{
+};
+
+TEST_F(ReceiveDifferential, RandomStreamsInRandomPiecesMatchTheReferenceModel)
+{
+    constexpr uint32_t kSeeds = mqtttest::kSanitized ? 250 : 2500;
+    for (uint32_t seed = 1; seed <= kSeeds && !HasFailure(); seed++) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        StreamMaker maker(seed);
+        SideBySide sides(maker.Between(1, 3));
+        std::vector<std::vector<Bytes>> pieces;
+        for (int client = 0; client < sides.ClientCount(); client++) pieces.push_back(maker.Cut(maker.Stream()));
+        std::vector<size_t> next(pieces.size(), 0);
+        for (bool sent = true; sent && !HasFailure();) {
+            sent = false;
+            const int first = maker.Between(0, sides.ClientCount() - 1);
+            for (int turn = 0; turn < sides.ClientCount() && !sent; turn++) {
+                const int client = (first + turn) % sides.ClientCount();
+                if (next[client] == pieces[client].size()) continue;
+                sides.Send(client, pieces[client][next[client]++]);
+                sent = true;
+            }
+            for (int takes = maker.Chance(40) ? maker.Between(1, 3) : 0; takes > 0; takes--) {
+                sides.Recv(maker.Between(0, sides.ClientCount() - 1));
+            }
+        }
+        for (int client = 0; client < sides.ClientCount(); client++) sides.Drain(client);
+    }
+}
+
+struct NamedStream
+{
+    const char* name;
+    Bytes bytes;
+};
+
+const NamedStream kNamedStreams[] = {
+    {"three PINGREQs", {0xC0, 0x00, 0xC0, 0x00, 0xC0, 0x00}},
+    {"DISCONNECT then PINGREQ", {0xE0, 0x00, 0xC0, 0x00}},
+    {"PUBLISH, SUBSCRIBE, UNSUBSCRIBE",
+     mqtttest::Concat({Wire(0x32, mqtttest::Counting(20)), Wire(0x82, mqtttest::Counting(10)),
+                       Wire(0xA2, mqtttest::Counting(6))})},
+    {"a bad SUBSCRIBE between two PUBLISHes",
+     mqtttest::Concat({Wire(0x30, mqtttest::Counting(5)), Wire(0x80, mqtttest::Counting(4)),
+                       Wire(0x30, mqtttest::Counting(3))})},
+    {"a five-byte length", mqtttest::Concat({{0x30, 0x80, 0x80, 0x80, 0x80, 0x01}, {0xC0, 0x00},
+                                             Wire(0x30, mqtttest::Counting(3))})},
+    {"lengths longer than needed", {0x30, 0x83, 0x00, 1, 2, 3, 0x40, 0x80, 0x80, 0x00, 0xE0, 0x00, 0xC0, 0x00}},
+    {"two- and three-byte packets", {0xE0, 0x00, 0x40, 0x01, 0x07, 0xC0, 0x00, 0x62, 0x01, 0x05, 0xE0, 0x00}},
+    {"a length no block holds", mqtttest::Concat({Wire(0x30, mqtttest::Counting(2)), {0x30, 0x81, 0x80, 0x80, 0x05},
+                                                  mqtttest::Counting(6)})},
+    {"the start of a packet with a four-byte length",
+     mqtttest::Concat({{0xC0, 0x00, 0x30, 0x80, 0x80, 0x80, 0x01}, mqtttest::Counting(20)})},
+    {"bodies of 127 and 128 bytes",
+     mqtttest::Concat({Wire(0x30, mqtttest::Counting(127)), Wire(0x31, mqtttest::Counting(128))})},
+};
+
+void RunPieces(const std::vector<Bytes>& pieces)
+{
+    SideBySide sides(1);
+    for (const Bytes& piece : pieces) {
+        sides.Send(0, piece);
+        sides.Drain(0);
+        if (::testing::Test::HasFailure()) return;
+    }
+}
+
+TEST_F(ReceiveDifferential, NamedStreamsWholeByteByByteAndAtEverySplit)
+{
+    for (const NamedStream& stream : kNamedStreams) {
+        SCOPED_TRACE(stream.name);
+        RunPieces({stream.bytes});
+        std::vector<Bytes> bytes;
+        for (uint8_t byte : stream.bytes) bytes.push_back({byte});
+        RunPieces(bytes);
+        for (size_t split = 0; split <= stream.bytes.size() && !HasFailure(); split++) {
+            SCOPED_TRACE("split at " + std::to_string(split));
+            const auto middle = stream.bytes.begin() + static_cast<long>(split);
+            RunPieces({Bytes(stream.bytes.begin(), middle), Bytes(middle, stream.bytes.end())});
+        }
+    }
+}
+
+}  // namespace

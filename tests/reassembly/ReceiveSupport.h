@@ -1,0 +1,153 @@
+// Helpers shared by the receive-side tests: a pool per test, sessions that clean up after
+// themselves, wire packets, taking packets out and reading the pool's ready counts.
+#pragma once
+
+#include "TestSupport.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <map>
+#include <string>
+
+namespace mqtttest {
+
+// Under a sanitizer a body block costs about 1.7 ms (ASan) to 10 ms (TSan) instead of 14 us, in
+// shadow memory it prepares and clears: tests that make thousands of blocks make fewer there.
+#ifdef MQTTTEST_SANITIZED
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+
+// A packet on the wire: the first byte, the shortest remaining length, the body.
+inline Bytes Wire(uint8_t first, const Bytes& body)
+{
+    Bytes wire{first};
+    size_t length = body.size();
+    do {
+        uint8_t digit = length % 128;
+        length /= 128;
+        wire.push_back(static_cast<uint8_t>(digit | (length > 0 ? 0x80 : 0)));
+    } while (length > 0);
+    wire.insert(wire.end(), body.begin(), body.end());
+    return wire;
+}
+
+inline Bytes Concat(std::initializer_list<Bytes> parts)
+{
+    Bytes all;
+    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
+}
+
+inline Bytes Counting(size_t count, uint8_t start = 1)
+{
+    Bytes bytes(count);
+    for (size_t i = 0; i < count; i++) bytes[i] = static_cast<uint8_t>(start + i);
+    return bytes;
+}
+
+// A process-wide fresh address for every session a test opens.
+inline std::string FreshAddress(const char* prefix)
+{
+    static std::atomic<int> next{0};
+    return std::string(prefix) + "-" + std::to_string(next++);
+}
+
+// A session for the length of a test scope.
+struct Session
+{
+    explicit Session(const char* prefix = "client") : address(FreshAddress(prefix))
+    {
+        EXPECT_TRUE(MQTTProtocol_Parse_Insert(address.c_str()));
+    }
+    ~Session() { MQTTProtocol_Parse_Delete(address.c_str()); }
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    bool Send(const Bytes& bytes) const
+    {
+        return MQTTProtocol_Parse_Send(address.c_str(), AsChars(bytes), static_cast<int>(bytes.size()));
+    }
+    const char* c_str() const { return address.c_str(); }
+
+    std::string address;
+};
+
+// One packet as Recv handed it out, its body copied and its block freed.
+struct Taken
+{
+    bool ok = false;
+    uint8_t first = 0;
+    bool hasBody = false;
+    Bytes body;
+    bool zeroBeyondBody = true;  // checked only when asked for
+};
+
+inline uint8_t FirstByte(MQTTPROTOCOL_FIXEDHEADER header)
+{
+    return static_cast<uint8_t>(header.byMsgType << 4 | header.byMsgFlag);
+}
+
+inline bool ZeroFrom(const char* block, size_t from)
+{
+    for (size_t i = from; i < MQTTPROTOCOL_PACKET_BLOCK_SIZE; i++) {
+        if (block[i] != 0) return false;
+    }
+    return true;
+}
+
+inline Taken Take(const char* address, bool checkWholeBlock = false)
+{
+    Taken taken;
+    MQTTPROTOCOL_FIXEDHEADER header{};
+    char* body = nullptr;
+    int length = -1;
+    taken.ok = MQTTProtocol_Parse_Recv(address, &header, &body, &length);
+    if (!taken.ok) return taken;
+    taken.first = FirstByte(header);
+    taken.hasBody = body != nullptr;
+    if (body != nullptr) {
+        taken.body = ToBytes(body, length);
+        if (checkWholeBlock) taken.zeroBeyondBody = ZeroFrom(body, static_cast<size_t>(length));
+    }
+    std::free(body);
+    return taken;
+}
+
+// The pool's ready counts of every listed client over indexes 0 .. indexCount - 1. Listing is an
+// operation of its own: it clears the error flag, and sets it when nothing is ready.
+inline std::map<std::string, int> ReadyCounts(int indexCount)
+{
+    std::map<std::string, int> counts;
+    for (int index = 0; index < indexCount; index++) {
+        TAVRIN_HOPPER_TASKEVENT** events = nullptr;
+        int count = 0;
+        if (!MQTTProtocol_Parse_GetPool(index, &events, &count)) continue;
+        for (int i = 0; i < count; i++) counts[events[i]->tszClientAddr] = events[i]->nPktCount;
+        Keel_OperatorMemory_Free(reinterpret_cast<void***>(&events), count);
+    }
+    return counts;
+}
+
+inline int ReadyCount(const std::string& address, int indexCount)
+{
+    const auto counts = ReadyCounts(indexCount);
+    const auto found = counts.find(address);
+    return found == counts.end() ? 0 : found->second;
+}
+
+// Gives each test a fresh readiness pool and ends it afterwards.
+class ReceiveTest : public ::testing::Test
+{
+public:
+    static constexpr int kPoolCount = 2;
+
+protected:
+    void SetUp() override { ASSERT_TRUE(MQTTProtocol_Parse_Init(kPoolCount)); }
+    void TearDown() override { MQTTProtocol_Parse_Destory(); }
+};
+
+}  // namespace mqtttest
