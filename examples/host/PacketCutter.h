@@ -49,8 +49,9 @@ public:
     explicit PacketCutter(std::size_t maxPacketSize) : boundaries_(maxPacketSize) {}
 
     // Adds the bytes of one read and appends every packet they complete to `packets`, each as its
-    // whole bytes (fixed header included). The views stay valid until the next call. Bytes of a packet
-    // not yet whole are kept. The status is that of PacketBoundaries::Follow.
+    // whole bytes (fixed header included): views into `bytes`, or into the cutter for a packet begun in
+    // an earlier read, valid until the next call while `bytes` lives. Bytes of a packet not yet whole
+    // are kept. The status is that of PacketBoundaries::Follow.
     Status Cut(std::string_view bytes, std::vector<std::string_view>& packets);
 
 private:

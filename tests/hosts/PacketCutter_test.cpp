@@ -83,7 +83,8 @@ TEST(PacketCutter, KeepsAnUnfinishedPacketUntilItsLastByte)
     std::vector<std::string_view> packets;
     cutter.Cut(kPublish.substr(0, 8), packets);
     EXPECT_TRUE(packets.empty());
-    cutter.Cut(kPublish.substr(8) + kPingreq + kDisconnect.substr(0, 1), packets);
+    const std::string piece = kPublish.substr(8) + kPingreq + kDisconnect.substr(0, 1);
+    cutter.Cut(piece, packets);
     ASSERT_EQ(packets.size(), 2U);
     EXPECT_EQ(packets[0], kPublish);
     EXPECT_EQ(packets[1], kPingreq);
