@@ -37,18 +37,39 @@ namespace {
 
 using namespace host;
 
-// The largest packet a client may send: well inside the library's 10 MiB block. Announced in CONNACK.
-constexpr std::size_t kMaxPacketSize = 8 * 1024 * 1024;
+// The largest packet a client may send, announced in CONNACK: the largest whose remaining length
+// takes three bytes. The library decodes a packet's fixed header from the first four bytes it is
+// given of it; when those are all there is and they hold a four-byte length, it takes the length as
+// cut off, queues the first byte as a packet of its own and goes on at the next byte, misreading the
+// rest of the stream. PacketBoundaries reports a length that needs a fourth byte as soon as its third
+// shows it, and the client is refused before a worker could act on what the library misreads.
+constexpr std::size_t kMaxPacketSize = 1 + 3 + 2097151;
 // How many packets may wait in the library at once. Each holds a 10 MiB block and a memory mapping
 // until a worker has taken and freed it; past this the network thread stops reading for a while.
 constexpr long kMaxPacketsInLibrary = 1024;
 // What a connection that does not read may leave unsent before it is dropped.
 constexpr std::size_t kMaxUnsent = 64 * 1024 * 1024;
-// Fed behind a connection's last packet. The library hands packets out in order, so when a worker
-// takes this one it has finished every packet of the connection and may close it. A PINGREQ given as
-// an input of its own is queued at once, and also completes a two- or three-byte DISCONNECT that the
-// library would otherwise hold until four bytes had come.
-constexpr std::string_view kEndMark("\xC0\x00", 2);
+
+// How a connection ends. Every read goes to the library as it came, and the library cuts the
+// packets; it holds a two- or three-byte packet other than a lone PINGREQ (a DISCONNECT E0 00, say)
+// until four bytes have come. So when a connection's input ends, its session cannot simply be
+// deleted: a worker may not have handled every packet yet, and the library may hold a short one that
+// no further byte will complete.
+// The network thread follows the packet boundaries of each stream (PacketBoundaries). When the input
+// ends at a boundary, the library holds at most one whole short packet, and the network thread feeds
+// it the end mark as a piece of its own: a PINGREQ that is queued at once, or completes the held
+// packet and is then cut as a lone PINGREQ behind it. Packets come out in order, so the worker that
+// takes the mark has handled every packet of the connection: it deletes the session and closes the
+// socket. Its four flag bits tell it from a client's PINGREQ, whose flags are 0 (one with others is
+// refused as malformed, or taken for the mark once the input has ended), whatever became of the
+// packets before it: a count of them would be thrown off by one that the library refused unseen.
+// When the input ends inside a packet, or the stream was refused, no end mark could come out: the
+// network thread deletes the session and closes the socket at once, dropping what the library holds.
+// So it does once the workers are done with a client (refused, or it said DISCONNECT): what it sent
+// after that is not handled anyway. A worker still busy with such a connection finds Recv failing
+// (0x070B1006) and its writes dropped.
+constexpr std::string_view kEndMark("\xCF\x00", 2);
+constexpr unsigned char kEndMarkFlags = 0x0F;
 
 constexpr std::uint64_t kListenerId = 0;
 constexpr std::uint64_t kSignalsId = 1;
@@ -72,15 +93,17 @@ struct Connection
     const std::string address;  // the library's key for the session: "127.0.0.1:54321#fd"
 
     // The network thread's alone.
-    PacketCutter cutter{kMaxPacketSize};
+    PacketBoundaries boundaries{kMaxPacketSize};
     bool inputEnded = false;
 
-    // Packets handed to the library and taken back out, counted under feedLock, so that a worker
-    // knows the end mark when it takes it.
+    // What went to the library and came back out (for the budget), and how the connection ends, under
+    // feedLock.
     std::mutex feedLock;
-    std::uint64_t fed = 0;
-    std::uint64_t taken = 0;
-    bool endMarkFed = false;
+    std::uint64_t fed = 0;    // packets that end in the bytes handed to the library, the end mark included
+    std::uint64_t taken = 0;  // packets taken out
+    bool endMarkFed = false;  // the input has ended and the end mark follows its last packet
+    bool ended = false;       // the workers are done with the client: what it sent later is dropped
+    bool deleted = false;     // the session is deleted and the socket closed
 
     // Writing to the socket, from any thread.
     std::mutex writeLock;
@@ -90,6 +113,7 @@ struct Connection
     // The MQTT session, under stateLock (never two connections' at once).
     std::mutex stateLock;
     bool connected = false;
+    bool closed = false;  // set by Close: nothing connects or subscribes after it
     unsigned maximumPacketSize = 0;
     OutboundFlow outbound;
     InboundQos2 inbound;
@@ -190,6 +214,34 @@ long SendSome(int fd, std::string_view bytes)
     return static_cast<long>(sent);
 }
 
+// Hands bytes of a connection to the library's receive side; false when the library refused a packet
+// of them, dropping it and the rest of the bytes (a SUBSCRIBE or UNSUBSCRIBE whose flags are not 2, a
+// length beyond its block, memory running out).
+// Send reports such a refusal by its result only for the first packet of the bytes; a later one leaves
+// MQTTProtocol_IsErrorOccur set under a true result, with one of the framing's own codes. The error
+// globals are shared by all threads without a lock, but only the network thread drives the framing
+// (and Insert), and nothing the workers call sets these codes (Recv, WaitEvent, GetPool and the
+// decoders set others; Recv and Delete set MALLOC only when memory runs out): a set flag with one of
+// them after Send is this Send's. A worker's call in between can clear the flag, so such a refusal can
+// go unseen. The library then goes on at the next read as if it began a packet: if the dropped bytes
+// ended inside one, the stream is misaligned and the broker's validating decoders refuse what follows,
+// which closes the connection anyway; if not, the refused packet is simply lost. (A worker failing
+// sets the flag a moment before its own code: read in that instant, an older refusal's code would
+// close a sound connection, a rare and safe mistake.)
+bool SendToLibrary(const std::string& address, std::string_view bytes)
+{
+    if (!MQTTProtocol_Parse_Send(address.c_str(), bytes.data(), static_cast<int>(bytes.size()))) {
+        return false;
+    }
+    // Read as the library writes it, relaxed-atomically, so that racing with the workers is well-defined.
+    if (!std::atomic_ref<bool>(MQTTProtocol_IsErrorOccur).load(std::memory_order_relaxed)) {
+        return true;
+    }
+    const std::uint64_t code = MQTTProtocol_GetLastError(nullptr);
+    return code != MQTTPROTOCOL_ERR_PARSE_HDRFLAGS && code != MQTTPROTOCOL_ERR_PARSE_LENGTH &&
+           code != MQTTPROTOCOL_ERR_PARSE_MALLOC;
+}
+
 }  // namespace
 
 struct Broker::State
@@ -284,7 +336,10 @@ struct Broker::State
         Write(connection, packet);
     }
 
-    // Ends the connection from the worker's side: its input ends as if the client had closed it.
+    // ---- Ending a connection ----
+
+    // Ends the connection's input from a worker's side: the network thread reads its end as if the
+    // client had closed it.
     void CloseSoon(Connection& connection)
     {
         std::lock_guard lock(connection.writeLock);
@@ -293,57 +348,139 @@ struct Broker::State
         }
     }
 
+    // From now on the client's packets are dropped unhandled. False when that was so already.
+    static bool StopHandling(Connection& connection)
+    {
+        std::lock_guard lock(connection.feedLock);
+        return !std::exchange(connection.ended, true);
+    }
+
+    // Closes the connection of a client the workers are done with. Once its end mark is fed, at once:
+    // nothing it sent needs handling any more, and the mark may never come out of a stream the library
+    // misread. Before, the socket is shut down: the network thread, which alone closes a socket it may
+    // still read, then reads the end of the input and closes the connection at once.
+    void CloseAfterInput(Connection& connection)
+    {
+        bool inputEnded = false;
+        {
+            std::lock_guard lock(connection.feedLock);
+            inputEnded = connection.endMarkFed;
+        }
+        if (inputEnded) {
+            Close(connection);
+        } else {
+            CloseSoon(connection);
+        }
+    }
+
+    // Answers a client the broker serves no longer with `packet` (a DISCONNECT, or a CONNACK that
+    // refuses it), once, and closes its connection.
+    void Refuse(Connection& connection, const std::string& packet, PacketTrace trace)
+    {
+        if (StopHandling(connection)) {
+            Reply(connection, packet, std::move(trace));
+            CloseAfterInput(connection);
+        }
+    }
+
     void RefuseClient(Connection& connection, unsigned char reason)
     {
-        Reply(connection, DisconnectPacket(reason), PacketTrace().Reason(reason));
-        CloseSoon(connection);
+        Refuse(connection, DisconnectPacket(reason), PacketTrace().Reason(reason));
+    }
+
+    // Deletes the session and closes the socket, once, from whichever thread ends the connection (see
+    // kEndMark). The library drops what it still holds of the client; the packets that go with it leave
+    // the budget.
+    void Close(Connection& connection)
+    {
+        {
+            std::lock_guard lock(connection.feedLock);
+            if (connection.deleted) {
+                return;
+            }
+            connection.deleted = connection.ended = true;
+            MQTTProtocol_Parse_Delete(connection.address.c_str());
+            budget.Remove(connection.fed > connection.taken ? static_cast<long>(connection.fed - connection.taken) : 0);
+        }
+        {
+            std::lock_guard lock(connection.stateLock);
+            connection.connected = false;
+            connection.closed = true;
+            subscriptions.RemoveAll(connection.id);
+        }
+        registry.Remove(connection);
+        {
+            std::lock_guard lock(connection.writeLock);
+            if (connection.fd >= 0) {
+                close(connection.fd);
+                connection.fd = -1;
+            }
+        }
+        Trace("net " + connection.Label() + " closed");
     }
 
     // ---- Network thread ----
 
-    bool Feed(Connection& connection, std::string_view bytes, long packets, bool endMark)
+    // Hands bytes to the library, `packets` being how many end in them; feedLock held.
+    bool FeedLocked(Connection& connection, std::string_view bytes, std::size_t packets)
     {
-        budget.Add(packets);
-        std::lock_guard lock(connection.feedLock);
-        if (!MQTTProtocol_Parse_Send(connection.address.c_str(), bytes.data(), static_cast<int>(bytes.size()))) {
-            budget.Remove(packets);
-            return false;
-        }
-        connection.fed += static_cast<std::uint64_t>(packets);
-        connection.endMarkFed = endMark;
-        return true;
+        budget.Add(static_cast<long>(packets));
+        connection.fed += packets;
+        return SendToLibrary(connection.address, bytes);
     }
 
-    // Nothing more is read from the connection; its last packet, if it has one, goes to the library
-    // together with the end mark, and the worker that takes the mark closes the connection.
-    void EndInput(Connection& connection, std::string_view lastPacket = {})
+    // The end mark goes in only behind a whole packet, and only while the workers still handle the
+    // client's packets.
+    bool FeedEndMark(Connection& connection)
+    {
+        if (!connection.boundaries.AtBoundary()) {
+            return false;
+        }
+        std::lock_guard lock(connection.feedLock);
+        if (connection.ended) {
+            return false;
+        }
+        connection.endMarkFed = FeedLocked(connection, kEndMark, 1);
+        return connection.endMarkFed;
+    }
+
+    // Nothing more is read from the connection: the end mark follows its last packet, or it closes now.
+    void EndInput(Connection& connection)
     {
         if (connection.inputEnded) {
             return;
         }
         connection.inputEnded = true;
         epoll_ctl(epoll, EPOLL_CTL_DEL, connection.fd, nullptr);
-        const std::string bytes = std::string(lastPacket) + std::string(kEndMark);
-        if (!Feed(connection, bytes, lastPacket.empty() ? 1 : 2, true)) {
+        if (FeedEndMark(connection)) {
+            Trace("net " + connection.Label() + " input ended at a packet boundary: end mark fed");
+        } else {
+            Trace("net " + connection.Label() + " input ended: closing at once");
             Close(connection);
         }
     }
 
-    // Hands one whole packet to the library: its result then tells for sure whether the library took
-    // it. A packet of two or three bytes other than a PINGREQ would wait in the library until four
-    // bytes had come; from a client only DISCONNECT is that short, and it ends the input.
-    void FeedPacket(Connection& connection, std::string_view packet)
+    // Hands the read to the library just as it came; the library cuts it into packets.
+    void OnRead(Connection& connection, std::string_view bytes)
     {
-        const auto type = static_cast<unsigned char>(static_cast<unsigned char>(packet[0]) >> 4);
-        const bool lonePingreq = packet.size() == 2 && type == kPingreq && packet[1] == 0;
-        if (type == kDisconnect) {
-            EndInput(connection, packet);
-        } else if (packet.size() < 4 && !lonePingreq) {
+        std::vector<std::size_t> ends;
+        const auto followed = connection.boundaries.Follow(bytes, ends);
+        Trace("net " + connection.Label() + " read " + std::to_string(bytes.size()) + "B to the library: " +
+              std::to_string(ends.size()) + " packet(s) end in it");
+        // Refused first, so that no worker acts on what the library cuts from a stream it cannot follow.
+        if (followed != PacketBoundaries::Status::Open) {
+            RefuseClient(connection, followed == PacketBoundaries::Status::TooLarge ? 0x95 : 0x81);
+        }
+        bool taken = false;
+        {
+            std::lock_guard lock(connection.feedLock);
+            taken = FeedLocked(connection, bytes, ends.size());
+        }
+        if (!taken) {
+            Trace("net " + connection.Label() + " the library refused a packet and dropped the rest of the read");
             RefuseClient(connection, 0x81);
-            EndInput(connection);
-        } else if (!Feed(connection, packet, 1, false)) {
-            // The library refused the packet: a SUBSCRIBE or UNSUBSCRIBE whose flags are not 2.
-            RefuseClient(connection, 0x81);
+        }
+        if (!taken || followed != PacketBoundaries::Status::Open) {
             EndInput(connection);
         }
     }
@@ -362,20 +499,7 @@ struct Broker::State
             EndInput(connection);
             return;
         }
-        std::vector<std::string_view> packets;
-        const auto status = connection.cutter.Cut(std::string_view(buffer, static_cast<std::size_t>(received)), packets);
-        Trace("net " + connection.Label() + " read " + std::to_string(received) + "B: " +
-              std::to_string(packets.size()) + " whole packet(s) to the library");
-        for (const auto& packet : packets) {
-            if (connection.inputEnded) {
-                return;
-            }
-            FeedPacket(connection, packet);
-        }
-        if (status != PacketCutter::Status::Open && !connection.inputEnded) {
-            RefuseClient(connection, status == PacketCutter::Status::TooLarge ? 0x95 : 0x81);
-            EndInput(connection);
-        }
+        OnRead(connection, std::string_view(buffer, static_cast<std::size_t>(received)));
     }
 
     void Accept()
@@ -432,19 +556,6 @@ struct Broker::State
 
     // ---- Workers ----
 
-    void Close(Connection& connection)
-    {
-        MQTTProtocol_Parse_Delete(connection.address.c_str());
-        subscriptions.RemoveAll(connection.id);
-        registry.Remove(connection);
-        std::lock_guard lock(connection.writeLock);
-        if (connection.fd >= 0) {
-            close(connection.fd);
-            connection.fd = -1;
-        }
-        Trace("net " + connection.Label() + " closed");
-    }
-
     void SendPublish(Connection& subscriber, const Outgoing& outgoing)
     {
         const Message& message = *outgoing.message;
@@ -499,8 +610,7 @@ struct Broker::State
         const unsigned char refusal = DecodeConnect(body, length, connect);
         TraceIn(connection, kConnect, length, PacketTrace());
         if (refusal != 0x00) {
-            Reply(connection, ConnackPacket(refusal, {}), PacketTrace().Reason(refusal));
-            CloseSoon(connection);
+            Refuse(connection, ConnackPacket(refusal, {}), PacketTrace().Reason(refusal));
             return;
         }
         PropertyList properties;
@@ -513,7 +623,7 @@ struct Broker::State
         }
         {
             std::lock_guard lock(connection.stateLock);
-            connection.connected = true;
+            connection.connected = !connection.closed;
             connection.maximumPacketSize = connect.maximumPacketSize;
             connection.outbound.SetReceiveMaximum(connect.receiveMaximum);
         }
@@ -620,7 +730,9 @@ struct Broker::State
         } else if (subscription.filter.starts_with("$share/")) {
             reason = 0x9E;  // shared subscriptions are not supported
         } else {
-            isNew = subscriptions.Add(connection.id, subscription.filter,
+            std::lock_guard lock(connection.stateLock);  // not after Close has removed the connection's filters
+            isNew = connection.connected &&
+                    subscriptions.Add(connection.id, subscription.filter,
                                       {qos, subscription.options.byNoLocal != 0, subscription.options.byRetainAsPublished != 0});
         }
         Reply(connection, SubscriptionAckPacket(kSuback, subscription.id, reason), PacketTrace().Id(subscription.id).Reason(reason));
@@ -670,11 +782,17 @@ struct Broker::State
         case kUnsubscribe: OnUnsubscribe(connection, body, length); break;
         case kPingreq:
             TraceIn(connection, kPingreq, length, PacketTrace());
+            if (header.byMsgFlag != 0) {
+                RefuseClient(connection, 0x81);  // flags other than 0 are the end mark's
+                break;
+            }
             Reply(connection, BarePacket(kPingresp), PacketTrace());
             break;
         case kDisconnect:
-            // Nothing to do: the end mark follows it, and the connection closes when it is taken.
             TraceIn(connection, kDisconnect, length, PacketTrace().Reason(DecodeDisconnect(body, length)));
+            if (StopHandling(connection)) {
+                CloseAfterInput(connection);
+            }
             break;
         default: RefuseClient(connection, 0x82); break;
         }
@@ -685,20 +803,27 @@ struct Broker::State
         MQTTPROTOCOL_FIXEDHEADER header{};
         char* body = nullptr;
         int length = 0;
-        bool endMark = false;
+        bool counted = false;
+        bool inputEnded = false;
+        bool handled = false;
         {
             std::lock_guard lock(connection->feedLock);
+            // Fails when another worker took the packet first, or the session has been deleted.
             if (!MQTTProtocol_Parse_Recv(connection->address.c_str(), &header, &body, &length)) {
                 return;
             }
-            connection->taken++;
-            endMark = connection->endMarkFed && connection->taken == connection->fed;
+            // A stream the library misread may give more packets than were counted in.
+            counted = ++connection->taken <= connection->fed;
+            inputEnded = connection->endMarkFed;
+            handled = !connection->ended;
         }
-        budget.Remove(1);
+        if (counted) {
+            budget.Remove(1);
+        }
         std::unique_ptr<char, decltype(&std::free)> owned(body, &std::free);
-        if (endMark) {
-            Close(*connection);
-        } else {
+        if (inputEnded && header.byMsgType == kPingreq && header.byMsgFlag == kEndMarkFlags) {
+            Close(*connection);  // the end mark: every packet before it is handled
+        } else if (handled) {
             Handle(*connection, header, body, length);
         }
     }

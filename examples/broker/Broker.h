@@ -1,9 +1,10 @@
 // A small MQTT v5 broker on the library's exported interface.
 //
 // One network thread accepts connections on 127.0.0.1 and reads them (epoll, non-blocking sockets),
-// cuts what it reads into whole packets and hands each to the library's receive side. One worker
-// thread per pool index waits for the library to report clients with packets ready, takes the
-// packets, decodes them and answers with the library's builders.
+// and hands every read, just as it came, to the library's receive side, which cuts the stream into
+// packets. One worker thread per pool index waits for the library to report clients with packets
+// ready, takes the packets, decodes them and answers with the library's builders. A client whose
+// stream the library refuses, or the broker's decoders do, is closed; the others carry on.
 #pragma once
 
 #include <csignal>

@@ -4,74 +4,73 @@
 
 namespace host {
 
-PacketCutter::Status PacketCutter::MeasurePacket(std::string_view bytes, std::size_t& size) const
+PacketBoundaries::Status PacketBoundaries::MeasureHeader()
 {
     // The remaining length: 7 bits per byte, least significant first, at most four bytes.
+    const std::size_t lengthBytes = header_.size() - 1;
     std::size_t remaining = 0;
-    for (std::size_t index = 1, shift = 0; index <= 4; index++, shift += 7) {
-        if (index >= bytes.size()) {
-            size = 0;
-            return Status::Open;
-        }
-        const auto lengthByte = static_cast<unsigned char>(bytes[index]);
-        remaining |= static_cast<std::size_t>(lengthByte & 0x7F) << shift;
-        if ((lengthByte & 0x80) == 0) {
-            size = 1 + index + remaining;
-            return size > maxPacketSize_ ? Status::TooLarge : Status::Open;
-        }
+    for (std::size_t index = 1; index < header_.size(); index++) {
+        remaining |= static_cast<std::size_t>(static_cast<unsigned char>(header_[index]) & 0x7F) << (7 * (index - 1));
     }
-    return Status::Malformed;
+    if (lengthBytes == 0) {
+        return Status::Open;
+    }
+    if ((static_cast<unsigned char>(header_.back()) & 0x80) == 0) {
+        headerWhole_ = true;
+        bodyLeft_ = remaining;
+        return header_.size() + remaining > maxPacketSize_ ? Status::TooLarge : Status::Open;
+    }
+    if (lengthBytes == 4) {
+        return Status::Malformed;
+    }
+    // In the shortest encoding, which MQTT requires, a length takes one byte more only from 128 to
+    // the power of the bytes it has so far.
+    const std::size_t smallestSize = header_.size() + 1 + (std::size_t{1} << (7 * lengthBytes));
+    return smallestSize > maxPacketSize_ ? Status::TooLarge : Status::Open;
 }
 
-std::size_t PacketCutter::CompletePending(std::string_view bytes, std::vector<std::string_view>& packets)
+PacketBoundaries::Status PacketBoundaries::Follow(std::string_view bytes, std::vector<std::size_t>& ends)
 {
-    std::size_t taken = 0;
-    std::size_t size = 0;
-    // A fixed header split between reads is completed one byte at a time (it has at most five).
-    while ((status_ = MeasurePacket(pending_, size)) == Status::Open && size == 0) {
-        if (taken == bytes.size()) {
-            return taken;
+    std::size_t at = 0;
+    while (status_ == Status::Open && at < bytes.size()) {
+        if (!headerWhole_) {
+            header_.push_back(bytes[at++]);
+            status_ = MeasureHeader();
+        } else {
+            const std::size_t taken = std::min(bodyLeft_, bytes.size() - at);
+            bodyLeft_ -= taken;
+            at += taken;
         }
-        pending_.push_back(bytes[taken++]);
+        if (status_ == Status::Open && headerWhole_ && bodyLeft_ == 0) {
+            ends.push_back(at);
+            header_.clear();
+            headerWhole_ = false;
+        }
     }
-    if (status_ != Status::Open) {
-        return taken;
-    }
-    const std::size_t wanted = std::min(size - pending_.size(), bytes.size() - taken);
-    pending_.append(bytes.substr(taken, wanted));
-    taken += wanted;
-    if (pending_.size() == size) {
-        completed_.swap(pending_);
-        pending_.clear();
-        packets.push_back(completed_);
-    }
-    return taken;
+    return status_;
 }
 
 PacketCutter::Status PacketCutter::Cut(std::string_view bytes, std::vector<std::string_view>& packets)
 {
-    if (status_ != Status::Open) {
-        return status_;
-    }
-    if (!pending_.empty()) {
-        bytes.remove_prefix(CompletePending(bytes, packets));
-        if (status_ != Status::Open || !pending_.empty()) {
-            return status_;
+    ends_.clear();
+    const Status status = boundaries_.Follow(bytes, ends_);
+    std::size_t start = 0;
+    for (const std::size_t end : ends_) {
+        std::string_view packet = bytes.substr(start, end - start);
+        if (!pending_.empty()) {
+            // Only the first packet of a read can have begun in an earlier one.
+            completed_.swap(pending_);
+            completed_.append(packet);
+            pending_.clear();
+            packet = completed_;
         }
+        packets.push_back(packet);
+        start = end;
     }
-    while (!bytes.empty()) {
-        std::size_t size = 0;
-        if ((status_ = MeasurePacket(bytes, size)) != Status::Open) {
-            return status_;
-        }
-        if (size == 0 || size > bytes.size()) {
-            pending_.assign(bytes);
-            return status_;
-        }
-        packets.push_back(bytes.substr(0, size));
-        bytes.remove_prefix(size);
+    if (status == Status::Open) {
+        pending_.append(bytes.substr(start));
     }
-    return status_;
+    return status;
 }
 
 }  // namespace host

@@ -1,11 +1,10 @@
-// Cuts one connection's byte stream into whole MQTT packets, from their fixed headers alone.
+// Following one connection's byte stream packet by packet, from the fixed headers alone.
 //
-// Both example hosts use it. The broker hands the library's receive side one whole packet per
-// MQTTProtocol_Parse_Send, because that is the one input whose fate Send's result reports for sure:
-// the library reports a packet it refuses after the first one of an input only through the error flag,
-// and that flag is shared by every thread (a worker's wait overwrites it at any moment). Whole packets
-// also keep the library from holding a two- or three-byte packet until four bytes have come.
-// The client decodes the packets it cuts here directly.
+// The broker hands every read to the library's receive side just as it came, and lets the library
+// cut the stream into packets: PacketBoundaries only tells it where the packets begin and end, so
+// that it knows whether a connection's input ended at a packet boundary (see Broker.cpp for why that
+// matters). The client has no library receive side: PacketCutter, built on the same boundaries,
+// gives it whole packets, which it decodes directly.
 #pragma once
 
 #include <cstddef>
@@ -15,31 +14,51 @@
 
 namespace host {
 
-class PacketCutter
+class PacketBoundaries
 {
 public:
     enum class Status { Open, Malformed, TooLarge };
 
-    explicit PacketCutter(std::size_t maxPacketSize) : maxPacketSize_(maxPacketSize) {}
+    explicit PacketBoundaries(std::size_t maxPacketSize) : maxPacketSize_(maxPacketSize) {}
 
-    // Adds the bytes of one read and appends every packet they complete to `packets`, each as its
-    // whole bytes (fixed header included). The views stay valid until the next call. Bytes of a packet
-    // not yet whole are kept. Once the status is not Open the stream cannot be followed any more.
-    Status Cut(std::string_view bytes, std::vector<std::string_view>& packets);
+    // Follows the bytes of one read and appends to `ends` the offset, within `bytes`, just after each
+    // packet that ends in them. A length of five bytes is Malformed; a packet larger than the limit is
+    // TooLarge as soon as the length bytes so far show it. Once the status is not Open the stream
+    // cannot be followed any more, and nothing further is followed.
+    Status Follow(std::string_view bytes, std::vector<std::size_t>& ends);
 
-    // True when no bytes of an unfinished packet are kept.
-    bool AtBoundary() const { return pending_.empty(); }
+    // True while the stream can be followed and no packet is part-way.
+    bool AtBoundary() const { return status_ == Status::Open && header_.empty(); }
 
 private:
-    // Size of the packet whose bytes start `bytes` (0 while its fixed header is incomplete).
-    Status MeasurePacket(std::string_view bytes, std::size_t& size) const;
-    // Completes the kept packet from the front of `bytes`; returns how many bytes it took.
-    std::size_t CompletePending(std::string_view bytes, std::vector<std::string_view>& packets);
+    // Decodes the fixed header as far as it has come; once it is whole, sets bodyLeft_.
+    Status MeasureHeader();
 
     std::size_t maxPacketSize_;
+    std::string header_;         // the fixed header of the packet under way, as far as it came
+    bool headerWhole_ = false;
+    std::size_t bodyLeft_ = 0;   // once the header is whole: bytes of the packet still to come
+    Status status_ = Status::Open;
+};
+
+class PacketCutter
+{
+public:
+    using Status = PacketBoundaries::Status;
+
+    explicit PacketCutter(std::size_t maxPacketSize) : boundaries_(maxPacketSize) {}
+
+    // Adds the bytes of one read and appends every packet they complete to `packets`, each as its
+    // whole bytes (fixed header included): views into `bytes`, or into the cutter for a packet begun in
+    // an earlier read, valid until the next call while `bytes` lives. Bytes of a packet not yet whole
+    // are kept. The status is that of PacketBoundaries::Follow.
+    Status Cut(std::string_view bytes, std::vector<std::string_view>& packets);
+
+private:
+    PacketBoundaries boundaries_;
+    std::vector<std::size_t> ends_;
     std::string pending_;    // bytes of the packet still arriving
     std::string completed_;  // the last packet that was assembled across reads
-    Status status_ = Status::Open;
 };
 
 // The packet types both hosts name.
