@@ -35,13 +35,6 @@ inline Bytes Wire(uint8_t first, const Bytes& body)
     return wire;
 }
 
-inline Bytes Concat(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
 inline Bytes Counting(size_t count, uint8_t start = 1)
 {
     Bytes bytes(count);
