@@ -89,7 +89,7 @@ struct PropertyList
     PropertyList& Raw(uint8_t id, const Bytes& value)
     {
         MQTTPROTOCOL_HDRPROPERTY& property = Add(id, static_cast<int>(value.size()));
-        std::memcpy(property.tszValue, value.data(), std::min(value.size(), sizeof(property.tszValue)));
+        std::copy_n(value.begin(), std::min(value.size(), sizeof(property.tszValue)), property.tszValue);
         return *this;
     }
     // A UTF-8 string property: two-byte big-endian length, then the text, all in tszValue.
