@@ -1,15 +1,17 @@
-// Helpers shared by the unit tests: byte vectors and decoded property lists.
+// Helpers shared by the unit tests: byte vectors, bodies as builders write them and as the receive
+// side hands them out, and property lists in both directions.
 #pragma once
 
 #include "MQTTProtocol.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace mqtttest {
@@ -23,10 +25,11 @@ inline Bytes ToBytes(const char* data, int count)
 
 inline const char* AsChars(const Bytes& bytes) { return reinterpret_cast<const char*>(bytes.data()); }
 
-inline Bytes Concat(Bytes head, const Bytes& tail)
+inline Bytes Concat(std::initializer_list<Bytes> parts)
 {
-    head.insert(head.end(), tail.begin(), tail.end());
-    return head;
+    Bytes all;
+    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    return all;
 }
 
 // Runs a builder into a buffer of 0xEE bytes and returns the body it reports, checking that it
@@ -51,9 +54,8 @@ Bytes Built(Builder build)
 class ReceivedBody
 {
 public:
-    static constexpr size_t kBlockSize = 0xA00000;
-
-    explicit ReceivedBody(const Bytes& body) : m_Block(static_cast<char*>(std::calloc(kBlockSize, 1)))
+    explicit ReceivedBody(const Bytes& body)
+        : m_Block(static_cast<char*>(std::calloc(MQTTPROTOCOL_PACKET_BLOCK_SIZE, 1)))
     {
         std::memcpy(m_Block, body.data(), body.size());
     }
@@ -67,111 +69,34 @@ private:
     char* m_Block;
 };
 
-// A property list as a decoder returns it, released through the Keel allocator.
-struct DecodedProperties
-{
-    MQTTPROTOCOL_HDRPROPERTY** list = nullptr;
-    int count = 0;
-
-    DecodedProperties() = default;
-    DecodedProperties(const DecodedProperties&) = delete;
-    DecodedProperties& operator=(const DecodedProperties&) = delete;
-    ~DecodedProperties() { Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), count); }
-
-    const MQTTPROTOCOL_HDRPROPERTY& operator[](int i) const { return *list[i]; }
-
-    // (identifier, value) per record: integers by their width, any other value by its length.
-    std::vector<std::pair<int, uint32_t>> Summary() const
-    {
-        std::vector<std::pair<int, uint32_t>> summary;
-        for (int i = 0; i < count; i++) {
-            const MQTTPROTOCOL_HDRPROPERTY& p = *list[i];
-            const uint32_t value = p.nPropertyLen == 4   ? p.dwValue
-                                   : p.nPropertyLen == 2 ? p.wValue
-                                   : p.nPropertyLen == 1 ? p.byValue
-                                                         : static_cast<uint32_t>(p.nPropertyLen);
-            summary.emplace_back(p.byPropertyID, value);
-        }
-        return summary;
-    }
-};
-
-using PropertySummary = std::vector<std::pair<int, uint32_t>>;
-
-// Decodes a body from a received block with a decoder that hands out a reason code and properties
-// (CONNACK, DISCONNECT) and checks both.
-template <typename Decoder>
-void ExpectReasonAndProperties(Decoder decode, const Bytes& bytes, uint8_t reasonCode, const PropertySummary& properties)
-{
-    const ReceivedBody body(bytes);
-    unsigned char decodedReason = 0xEE;
-    DecodedProperties decoded;
-    ASSERT_TRUE(decode(body.Data(), static_cast<int>(bytes.size()), &decodedReason, &decoded.list, &decoded.count));
-    EXPECT_EQ(decodedReason, reasonCode);
-    EXPECT_EQ(decoded.Summary(), properties);
-}
-
-// The reply decoders share one signature: reason code out, then packet identifier out, then properties.
-using ReplyDecoder = bool (*)(const char*, int, unsigned char*, unsigned short*, MQTTPROTOCOL_HDRPROPERTY***, int*);
-
-struct ReplyDecodeVector
-{
-    const char* name;
-    Bytes body;
-    int bodyLen;  // as given to the decoder, which may read past it
-    uint16_t packetID;
-    uint8_t reasonCode;
-    PropertySummary properties;
-};
-
-inline void ExpectReplyDecodes(ReplyDecoder decode, const std::vector<ReplyDecodeVector>& vectors)
-{
-    for (const auto& vector : vectors) {
-        SCOPED_TRACE(vector.name);
-        const ReceivedBody body(vector.body);
-        unsigned char reasonCode = 0xEE;
-        unsigned short packetID = 0;
-        DecodedProperties properties;
-        ASSERT_TRUE(decode(body.Data(), vector.bodyLen, &reasonCode, &packetID, &properties.list, &properties.count));
-        EXPECT_EQ(packetID, vector.packetID);
-        EXPECT_EQ(reasonCode, vector.reasonCode);
-        EXPECT_EQ(properties.Summary(), vector.properties);
-    }
-}
-
-// A property list to give to a builder: records owned here, pointers in wire order.
+// A property list to give to a builder, or to compare a decoded one with: records owned here,
+// pointers in wire order.
 struct PropertyList
 {
     std::vector<MQTTPROTOCOL_HDRPROPERTY> records;
     std::vector<MQTTPROTOCOL_HDRPROPERTY*> pointers;
     MQTTPROTOCOL_HDRPROPERTY** array = nullptr;
 
+    // A width other than 1, 2 or 4 leaves the value zero.
     PropertyList& Integer(uint8_t id, int width, uint32_t value)
     {
-        MQTTPROTOCOL_HDRPROPERTY property{};
-        property.byPropertyID = id;
-        property.nPropertyLen = width;
+        MQTTPROTOCOL_HDRPROPERTY& property = Add(id, width);
         if (width == 4) property.dwValue = value;
         if (width == 2) property.wValue = static_cast<uint16_t>(value);
         if (width == 1) property.byValue = static_cast<uint8_t>(value);
-        return Add(property);
+        return *this;
     }
     PropertyList& Raw(uint8_t id, const Bytes& value)
     {
-        MQTTPROTOCOL_HDRPROPERTY property{};
-        property.byPropertyID = id;
-        property.nPropertyLen = static_cast<int>(value.size());
-        for (size_t i = 0; i < value.size() && i < sizeof(property.tszValue); i++) {
-            property.tszValue[i] = static_cast<char>(value[i]);
-        }
-        return Add(property);
+        MQTTPROTOCOL_HDRPROPERTY& property = Add(id, static_cast<int>(value.size()));
+        std::copy_n(value.begin(), std::min(value.size(), sizeof(property.tszValue)), property.tszValue);
+        return *this;
     }
     // A UTF-8 string property: two-byte big-endian length, then the text, all in tszValue.
     PropertyList& String(uint8_t id, const std::string& text)
     {
-        Bytes value{static_cast<uint8_t>(text.size() >> 8), static_cast<uint8_t>(text.size() & 0xFF)};
-        value.insert(value.end(), text.begin(), text.end());
-        return Raw(id, value);
+        return Raw(id, Concat({{static_cast<uint8_t>(text.size() >> 8), static_cast<uint8_t>(text.size() & 0xFF)},
+                               Bytes(text.begin(), text.end())}));
     }
     MQTTPROTOCOL_HDRPROPERTY*** Get()
     {
@@ -183,11 +108,48 @@ struct PropertyList
     int Count() const { return static_cast<int>(records.size()); }
 
 private:
-    PropertyList& Add(const MQTTPROTOCOL_HDRPROPERTY& property)
+    MQTTPROTOCOL_HDRPROPERTY& Add(uint8_t id, int width)
     {
-        records.push_back(property);
-        return *this;
+        MQTTPROTOCOL_HDRPROPERTY& property = records.emplace_back();
+        std::memset(&property, 0, sizeof(property));
+        property.byPropertyID = id;
+        property.nPropertyLen = width;
+        return property;
     }
 };
+
+// A property list as a decoder returns it, released through the Keel allocator. The count starts at
+// kUntouched, so that a decoder that writes the outs of an empty block shows.
+struct DecodedProperties
+{
+    static constexpr int kUntouched = -1;
+    MQTTPROTOCOL_HDRPROPERTY** list = nullptr;
+    int count = kUntouched;
+
+    DecodedProperties() = default;
+    DecodedProperties(const DecodedProperties&) = delete;
+    DecodedProperties& operator=(const DecodedProperties&) = delete;
+    ~DecodedProperties() { Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), count); }
+
+    const MQTTPROTOCOL_HDRPROPERTY& operator[](int i) const { return *list[i]; }
+};
+
+// The decoded list holds the expected records: identifier, width and all 260 value bytes. An empty
+// expectation means the decoder left both outs as they were.
+inline void ExpectProperties(const DecodedProperties& decoded, const PropertyList& expected)
+{
+    if (expected.Count() == 0) {
+        EXPECT_EQ(decoded.list, nullptr);
+        EXPECT_EQ(decoded.count, DecodedProperties::kUntouched);
+        return;
+    }
+    ASSERT_EQ(decoded.count, expected.Count());
+    for (int i = 0; i < decoded.count; i++) {
+        const MQTTPROTOCOL_HDRPROPERTY& want = expected.records[static_cast<size_t>(i)];
+        EXPECT_EQ(decoded[i].byPropertyID, want.byPropertyID) << i;
+        EXPECT_EQ(decoded[i].nPropertyLen, want.nPropertyLen) << i;
+        EXPECT_EQ(std::memcmp(decoded[i].tszValue, want.tszValue, sizeof(want.tszValue)), 0) << i;
+    }
+}
 
 }  // namespace mqtttest

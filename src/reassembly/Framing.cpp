@@ -104,9 +104,14 @@ public:
     // Copies count bytes from offset on, across both parts.
     void CopyTo(char* destination, int offset, int count) const
     {
+        // Each part's address is formed only when bytes come from it: either part may be null.
         const int fromHeld = std::clamp(m_HeldCount - offset, 0, count);
-        CopyBytes(destination, m_Held + offset, fromHeld);
-        CopyBytes(destination + fromHeld, m_Data + (offset + fromHeld - m_HeldCount), count - fromHeld);
+        if (fromHeld > 0) {
+            CopyBytes(destination, m_Held + offset, fromHeld);
+        }
+        if (count > fromHeld) {
+            CopyBytes(destination + fromHeld, m_Data + (offset + fromHeld - m_HeldCount), count - fromHeld);
+        }
     }
     void Drop(int count)
     {

@@ -1,97 +1,61 @@
+// SUBSCRIBE and UNSUBSCRIBE: one topic filter each (SUBSCRIBE with its options byte), built, then
+// read back with a second filter behind the first, which the decoders ignore.
 #include "TestSupport.h"
 
 using namespace mqtttest;
 
 namespace {
 
-MQTTPROTOCOL_HDRSUBSCRIBE OptionsFromByte(uint8_t byte)
+TEST(SubscribeAndUnsubscribe, BuildAndDecodeGoldenBodies)
 {
-    MQTTPROTOCOL_HDRSUBSCRIBE options;
-    std::memcpy(&options, &byte, 1);
-    return options;
-}
-
-struct SubscribeVector
-{
-    uint16_t packetID;
-    const char* topicFilter;
-    uint8_t options;
-    PropertyList properties;
-    Bytes body;
-    PropertySummary decodedProperties;
-};
-
-const SubscribeVector kSubscribes[] = {
-    {1, "t/#", 0x01, {}, {0x00, 0x01, 0x00, 0x00, 0x03, 't', '/', '#', 0x01}, {}},
-    {0, "t/#", 0x01, {}, {0x00, 0x00, 0x00, 0x00, 0x03, 't', '/', '#', 0x01}, {}},
-    {1, "t/#", 0xFF, {}, {0x00, 0x01, 0x00, 0x00, 0x03, 't', '/', '#', 0xFF}, {}},
-    {65535, "", 0x00, PropertyList().Integer(0x0B, 1, 5), {0xFF, 0xFF, 0x02, 0x0B, 0x05, 0x00, 0x00, 0x00}, {{0x0B, 5}}},
-};
-
-TEST(Subscribe, BuildsAndDecodesGoldenBodies)
-{
-    for (const auto& vector : kSubscribes) {
-        PropertyList properties = vector.properties;
-        MQTTPROTOCOL_HDRSUBSCRIBE options = OptionsFromByte(vector.options);
+    const struct
+    {
+        bool subscribe;
+        uint16_t packetID;
+        const char* topicFilter;
+        uint8_t options;  // passed through whole, reserved bits included
+        PropertyList properties;
+        Bytes body;
+    } rows[] = {
+        {true, 1, "t/#", 0x01, {}, {0x00, 0x01, 0x00, 0x00, 0x03, 't', '/', '#', 0x01}},
+        {true, 0, "t/#", 0xFF, {}, {0x00, 0x00, 0x00, 0x00, 0x03, 't', '/', '#', 0xFF}},
+        {true, 65535, "", 0x00, PropertyList().Integer(0x0B, 1, 5), {0xFF, 0xFF, 0x02, 0x0B, 0x05, 0x00, 0x00, 0x00}},
+        {false, 2, "t/#", 0, {}, {0x00, 0x02, 0x00, 0x00, 0x03, 't', '/', '#'}},
+        {false, 0, "t/#", 0, {}, {0x00, 0x00, 0x00, 0x00, 0x03, 't', '/', '#'}},
+        {false, 65535, "", 0, PropertyList().Raw(0x26, {0x00, 0x01, 'k', 0x00, 0x01, 'v'}),
+         {0xFF, 0xFF, 0x07, 0x26, 0x00, 0x01, 'k', 0x00, 0x01, 'v', 0x00, 0x00}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(::testing::PrintToString(row.body));
+        PropertyList properties = row.properties;
+        MQTTPROTOCOL_HDRSUBSCRIBE options;
+        std::memcpy(&options, &row.options, 1);
         EXPECT_EQ(Built([&](char* out, int* length) {
-                      return MQTTProtocol_Packet_REQSubscribe(out, length, vector.packetID, vector.topicFilter,
-                                                              &options, properties.Get(), properties.Count());
+                      const uint16_t id = row.packetID;
+                      const char* filter = row.topicFilter;
+                      return row.subscribe ? MQTTProtocol_Packet_REQSubscribe(out, length, id, filter, &options,
+                                                                              properties.Get(), properties.Count())
+                                           : MQTTProtocol_Packet_REQUNSubscribe(out, length, id, filter,
+                                                                                properties.Get(), properties.Count());
                   }),
-                  vector.body);
+                  row.body);
 
-        // A second topic filter behind the first is ignored.
-        const ReceivedBody body(Concat(vector.body, {0x00, 0x01, 'x', 0x02}));
+        const Bytes received = Concat({row.body, {0x00, 0x01, 'x', 0x02}});
+        const ReceivedBody body(received);
+        const int bodyLen = static_cast<int>(received.size());
         unsigned short packetID = 0xBEEF;
         char topicFilter[16] = {};
         MQTTPROTOCOL_HDRSUBSCRIBE decodedOptions{};
         DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Subscribe(body.Data(), static_cast<int>(vector.body.size()) + 4, &packetID,
-                                                 topicFilter, &decodedOptions, &decoded.list, &decoded.count));
-        EXPECT_EQ(packetID, vector.packetID);
-        EXPECT_STREQ(topicFilter, vector.topicFilter);
-        EXPECT_EQ(std::memcmp(&decodedOptions, &options, 1), 0);
-        EXPECT_EQ(decoded.Summary(), vector.decodedProperties);
+        ASSERT_TRUE(row.subscribe ? MQTTProtocol_Parse_Subscribe(body.Data(), bodyLen, &packetID, topicFilter,
+                                                                 &decodedOptions, &decoded.list, &decoded.count)
+                                  : MQTTProtocol_Parse_UNSubcribe(body.Data(), bodyLen, &packetID, topicFilter,
+                                                                  &decoded.list, &decoded.count));
+        EXPECT_EQ(packetID, row.packetID);
+        EXPECT_STREQ(topicFilter, row.topicFilter);
+        EXPECT_EQ(std::memcmp(&decodedOptions, &row.options, 1), 0);
+        ExpectProperties(decoded, row.properties);
     }
-}
-
-struct ReplyVector
-{
-    uint16_t packetID;
-    uint8_t reasonCode;
-    PropertyList properties;
-    int count;
-    Bytes expected;
-};
-
-const ReplyVector kReplies[] = {
-    {1, 0x80, {}, 0, {0x00, 0x01, 0x00, 0x80}},
-    {0, 0x80, {}, 0, {0x00, 0x80}},
-    {1, 0x80, {}, -1, {0x00, 0x01, 0x00, 0x80}},
-    {7, 0x02, PropertyList().Integer(0x21, 2, 10), 1, {0x00, 0x07, 0x03, 0x21, 0x00, 0x0A, 0x02}},
-};
-
-TEST(SubscribeReply, BuildsGoldenBodiesAlwaysWithAPropertyBlock)
-{
-    for (const auto& vector : kReplies) {
-        PropertyList properties = vector.properties;
-        EXPECT_EQ(Built([&](char* out, int* length) {
-                      return MQTTProtocol_Packet_REPComm(out, length, vector.packetID, vector.reasonCode,
-                                                         properties.Get(), vector.count);
-                  }),
-                  vector.expected);
-    }
-}
-
-// The property length is read from byte 0, the identifier's high byte.
-TEST(Suback, DecodesByItsOwnPositions)
-{
-    ExpectReplyDecodes(MQTTProtocol_Parse_Suback,
-                       {
-                           {"identifier below 256", {0x00, 0x07, 0x00, 0x02}, 4, 7, 0x07, {}},
-                           {"as the reply builder writes it", {0x00, 0x01, 0x00, 0x80}, 4, 1, 0x01, {}},
-                           {"high byte taken as a property length", {0x01, 0x02, 0x21, 0x00, 0x0A}, 5, 0x0102, 0x21,
-                            {{0x02, 0x21000A00}}},
-                       });
 }
 
 }  // namespace

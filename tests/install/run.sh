@@ -1,16 +1,33 @@
 #!/usr/bin/env bash
-# Installs the built tree into a scratch prefix, then builds and runs a C11 and a C++17 host against
-# it: with find_package, and with pkg-config.
-# Usage: run.sh BUILD_DIR SCRATCH_DIR CMAKE
+# Builds and runs a C11 and a C++17 host against the library as a user gets it, with find_package and
+# with pkg-config:
+#   install: the tree `cmake --install` makes in a scratch prefix;
+#   deb:     the two Debian packages CPack makes, unpacked with dpkg -x into a scratch root.
+# Usage: run.sh install|deb BUILD_DIR SCRATCH_DIR CMAKE
 set -euo pipefail
-build_dir=$1
-scratch=$2
-cmake_bin=$3
+mode=$1
+build_dir=$2
+scratch=$3
+cmake_bin=$4
 here=$(cd "$(dirname "$0")" && pwd)
 
 rm -rf "$scratch"
-prefix=$scratch/prefix
-"$cmake_bin" --install "$build_dir" --prefix "$prefix" >/dev/null
+mkdir -p "$scratch"
+case $mode in
+  install)
+    prefix=$scratch/prefix
+    "$cmake_bin" --install "$build_dir" --prefix "$prefix" >/dev/null
+    ;;
+  deb)
+    (cd "$build_dir" && cpack -G DEB -B "$scratch/packages" >/dev/null)
+    for package in "$scratch"/packages/*.deb; do
+      dpkg-deb --field "$package" Package Version Depends | sed 's/^/  /'
+      dpkg -x "$package" "$scratch/root"
+    done
+    prefix=$scratch/root/usr
+    ;;
+  *) echo "unknown mode: $mode" >&2; exit 2 ;;
+esac
 
 # find_package
 "$cmake_bin" -S "$here/consumer" -B "$scratch/consumer" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
@@ -18,8 +35,9 @@ prefix=$scratch/prefix
 "$scratch/consumer/consumer_cxx"
 "$scratch/consumer/consumer_c"
 
-# pkg-config: the .pc file locates the prefix from where it was installed
-export PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name ostrel-mqttprotocol.pc)")
+# pkg-config: the .pc file locates the prefix from where it lies
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name ostrel-mqttprotocol.pc)")
+export PKG_CONFIG_PATH
 flags=$(pkg-config --cflags --libs ostrel-mqttprotocol)
 libdir=$(pkg-config --variable=libdir ostrel-mqttprotocol)
 # shellcheck disable=SC2086
@@ -28,4 +46,4 @@ cc -std=c11 -Wall -Werror "$here/consumer/consumer.c" $flags -o "$scratch/pc_c"
 c++ -std=c++17 -Wall -Werror "$here/consumer/consumer.cpp" $flags -o "$scratch/pc_cxx"
 LD_LIBRARY_PATH=$libdir "$scratch/pc_c"
 LD_LIBRARY_PATH=$libdir "$scratch/pc_cxx"
-echo "installed tree consumed by find_package and pkg-config"
+echo "$mode: consumed by find_package and pkg-config"

@@ -1,9 +1,6 @@
 // The readiness pool as the library makes, ends and passes it through: every failure carries the
-// pool's own code.
+// pool's own code. Waiters woken by another thread's Send: Concurrency_test.
 #include "reassembly/ReceiveSupport.h"
-
-#include <chrono>
-#include <thread>
 
 namespace {
 
@@ -47,24 +44,6 @@ TEST_F(ReceivePool, WaitEndsOnReadinessActivationOrTimeOut)
     int readyIndexes = 0;
     for (int index = 0; index < kPoolCount; index++) readyIndexes += MQTTProtocol_Parse_WaitEvent(index, 0);
     EXPECT_EQ(readyIndexes, 1) << "only the session's own index is ready";
-}
-
-TEST_F(ReceivePool, WaiterWakesWhenAnotherThreadQueuesAPacket)
-{
-    mqtttest::Session session;
-    int index = -1;
-    ASSERT_TRUE(session.Send({0xC0, 0x00}));
-    for (int candidate = 0; candidate < kPoolCount; candidate++) {
-        if (MQTTProtocol_Parse_WaitEvent(candidate, 0)) index = candidate;
-    }
-    ASSERT_TRUE(mqtttest::Take(session.c_str()).ok);
-
-    // The waiter holds no lock of the library: Send runs while it waits.
-    std::thread waiter([index] { EXPECT_TRUE(MQTTProtocol_Parse_WaitEvent(index, 10000)); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    ASSERT_TRUE(session.Send({0xC0, 0x00}));
-    waiter.join();
-    EXPECT_TRUE(mqtttest::Take(session.c_str()).ok);
 }
 
 }  // namespace

@@ -1,0 +1,413 @@
+#include "host/Packets.h"
+
+#include "host/PacketCutter.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace host {
+
+namespace {
+
+// Walks a body's fields by their length prefixes and fails as soon as one would run past the end.
+class BodyWalker
+{
+public:
+    BodyWalker(const char* body, int length) : body_(reinterpret_cast<const unsigned char*>(body)), length_(length) {}
+
+    bool Skip(int count)
+    {
+        if (count < 0 || length_ - position_ < count) {
+            return false;
+        }
+        position_ += count;
+        return true;
+    }
+    bool U16(unsigned& value)
+    {
+        if (length_ - position_ < 2) {
+            return false;
+        }
+        value = body_[position_] << 8 | body_[position_ + 1];
+        position_ += 2;
+        return true;
+    }
+    // A two-byte length and that many bytes.
+    bool String(unsigned& length) { return U16(length) && Skip(static_cast<int>(length)); }
+    // A property block. Its length is one byte for the library; a peer's block of more than 127
+    // bytes carries a two-byte length, which the library would misread, so it is refused.
+    bool Properties()
+    {
+        if (position_ >= length_ || body_[position_] > kMaxPropertyBlock) {
+            return false;
+        }
+        return Skip(1 + body_[position_]);
+    }
+    bool AtEnd() const { return position_ == length_; }
+
+private:
+    const unsigned char* body_;
+    int length_;
+    int position_ = 0;
+};
+
+// Runs a builder into a buffer of `capacity` bytes and wraps what it wrote in a fixed header.
+template <class Builder>
+std::string Wrapped(unsigned char type, unsigned char flags, std::size_t capacity, Builder build)
+{
+    std::vector<char> body(capacity);
+    int bodyLength = 0;
+    build(body.data(), &bodyLength);
+    std::string packet(static_cast<std::size_t>(bodyLength) + 5, '\0');
+    int packetLength = 0;
+    MQTTProtocol_Packet_Header(packet.data(), &packetLength, type, body.data(), bodyLength, flags);
+    packet.resize(static_cast<std::size_t>(packetLength));
+    return packet;
+}
+
+constexpr std::size_t kBlockRoom = 1 + kMaxPropertyBlock;
+
+}  // namespace
+
+bool PropertyList::AddRecord(const MQTTPROTOCOL_HDRPROPERTY& record)
+{
+    const int size = 1 + record.nPropertyLen;
+    if (blockSize_ + size > kMaxPropertyBlock) {
+        return false;
+    }
+    records_.push_back(record);
+    blockSize_ += size;
+    return true;
+}
+
+namespace {
+
+MQTTPROTOCOL_HDRPROPERTY Record(unsigned char id, int width)
+{
+    MQTTPROTOCOL_HDRPROPERTY record{};
+    record.byPropertyID = id;
+    record.nPropertyLen = width;
+    return record;
+}
+
+}  // namespace
+
+bool PropertyList::AddByte(unsigned char id, unsigned char value)
+{
+    auto record = Record(id, 1);
+    record.byValue = value;
+    return AddRecord(record);
+}
+
+bool PropertyList::AddU16(unsigned char id, unsigned short value)
+{
+    auto record = Record(id, 2);
+    record.wValue = value;
+    return AddRecord(record);
+}
+
+bool PropertyList::AddU32(unsigned char id, unsigned int value)
+{
+    auto record = Record(id, 4);
+    record.dwValue = value;
+    return AddRecord(record);
+}
+
+bool PropertyList::AddString(unsigned char id, std::string_view text)
+{
+    if (text.size() + 2 > sizeof(MQTTPROTOCOL_HDRPROPERTY::tszValue)) {
+        return false;
+    }
+    auto record = Record(id, static_cast<int>(text.size()) + 2);
+    record.tszValue[0] = static_cast<char>(text.size() >> 8);
+    record.tszValue[1] = static_cast<char>(text.size() & 0xFF);
+    std::memcpy(record.tszValue + 2, text.data(), text.size());
+    return AddRecord(record);
+}
+
+PropertyList::Scratch::Scratch(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& records) : copies_(records)
+{
+    for (auto& copy : copies_) {
+        pointers_.push_back(&copy);
+    }
+    array_ = pointers_.data();
+}
+
+const MQTTPROTOCOL_HDRPROPERTY* DecodedProperties::Find(unsigned char id) const
+{
+    for (int index = 0; index < count_; index++) {
+        if (list_[index]->byPropertyID == id) {
+            return list_[index];
+        }
+    }
+    return nullptr;
+}
+
+std::string ConnectPacket(const std::string& clientId, unsigned short keepAlive)
+{
+    return Wrapped(kConnect, 0, 13 + clientId.size() + kBlockRoom, [&](char* body, int* length) {
+        MQTTPROTOCOL_HDRCONNNECT header{};
+        header.byConnFlags = 0x02;  // clean start
+        header.wKeepAlive = htons(keepAlive);  // the builder copies the record as it lies
+        MQTTProtocol_Packet_REQConnect(body, length, &header, clientId.c_str(), nullptr, 0, nullptr, nullptr);
+    });
+}
+
+std::string ConnackPacket(unsigned char reason, const PropertyList& properties)
+{
+    auto scratch = properties.Copy();
+    return Wrapped(kConnack, 0, 2 + kBlockRoom, [&](char* body, int* length) {
+        MQTTProtocol_Packet_REPConnect(body, length, 0, reason, scratch.List(), scratch.Count());
+    });
+}
+
+std::string PublishPacket(const std::string& topic, std::string_view payload, int qos, unsigned short id, bool retain,
+                          const PropertyList& properties)
+{
+    auto scratch = properties.Copy();
+    const auto flags = static_cast<unsigned char>(qos << 1 | (retain ? 1 : 0));
+    return Wrapped(kPublish, flags, 4 + topic.size() + kBlockRoom + payload.size(), [&](char* body, int* length) {
+        MQTTProtocol_Packet_REQPublish(body, length, topic.c_str(), payload.data(), static_cast<int>(payload.size()), id,
+                                       scratch.List(), scratch.Count());
+    });
+}
+
+std::string AckPacket(unsigned char type, unsigned short id, unsigned char reason)
+{
+    const unsigned char flags = type == kPubrel ? 2 : 0;
+    return Wrapped(type, flags, 3, [&](char* body, int* length) {
+        MQTTProtocol_Packet_REPPublish(body, length, id, reason, nullptr, -1);  // no property block
+    });
+}
+
+std::string SubscribePacket(unsigned short id, const std::string& filter, int qos)
+{
+    return Wrapped(kSubscribe, 2, 6 + filter.size(), [&](char* body, int* length) {
+        MQTTPROTOCOL_HDRSUBSCRIBE options{};
+        options.byMaxQos = static_cast<unsigned char>(qos);
+        MQTTProtocol_Packet_REQSubscribe(body, length, id, filter.c_str(), &options, nullptr, 0);
+    });
+}
+
+std::string UnsubscribePacket(unsigned short id, const std::string& filter)
+{
+    return Wrapped(kUnsubscribe, 2, 5 + filter.size(), [&](char* body, int* length) {
+        MQTTProtocol_Packet_REQUNSubscribe(body, length, id, filter.c_str(), nullptr, 0);
+    });
+}
+
+std::string SubscriptionAckPacket(unsigned char type, unsigned short id, unsigned char reason)
+{
+    return Wrapped(type, 0, 4, [&](char* body, int* length) {
+        MQTTProtocol_Packet_REPComm(body, length, id, reason, nullptr, 0);
+    });
+}
+
+std::string DisconnectPacket(unsigned char reason)
+{
+    return Wrapped(kDisconnect, 0, 2, [&](char* body, int* length) {
+        MQTTProtocol_Packet_DisConnect(body, length, reason, nullptr, 0);
+    });
+}
+
+std::string BarePacket(unsigned char type)
+{
+    return Wrapped(type, 0, 0, [](char*, int* length) { *length = 0; });
+}
+
+Frame SplitPacket(std::string_view packet)
+{
+    Frame frame;
+    std::memcpy(&frame.header, packet.data(), 1);
+    int headerSize = 1;
+    m_Parse.MQTTProtocol_Parse_Length(packet.data() + 1, static_cast<int>(packet.size()) - 1, &frame.length,
+                                      &headerSize);
+    frame.body.assign(packet.begin() + headerSize, packet.end());
+    frame.body.resize(frame.body.size() + Frame::kBodyPadding, '\0');
+    return frame;
+}
+
+unsigned char DecodeConnect(const char* body, int length, Connect& out)
+{
+    if (length < 10) {
+        return 0x81;
+    }
+    unsigned idLength = 0;
+    const auto flags = static_cast<unsigned char>(body[7]);
+    if (body[6] == 5) {
+        // The library reads no will fields: a CONNECT with a will would have them read as user
+        // name and password, so it is refused.
+        if (flags & 0x04) {
+            return 0x83;
+        }
+        BodyWalker walk(body, length);
+        unsigned ignored = 0;
+        if (!walk.Skip(10) || !walk.Properties() || !walk.String(idLength) || ((flags & 0x80) && !walk.String(ignored)) ||
+            ((flags & 0x40) && !walk.String(ignored)) || !walk.AtEnd()) {
+            return 0x81;
+        }
+        if (idLength >= sizeof(MQTTPROTOCOL_USERINFO::tszClientID)) {
+            return 0x85;
+        }
+    }
+    MQTTPROTOCOL_HDRCONNNECT header{};
+    MQTTPROTOCOL_USERINFO user{};
+    DecodedProperties properties;
+    if (!MQTTProtocol_Parse_Connect(body, length, &header, &user, properties.List(), properties.Count())) {
+        return 0x84;  // the protocol level is not 5
+    }
+    out.clientId.assign(user.tszClientID, idLength);
+    out.keepAlive = header.wKeepAlive;
+    if (const auto* receiveMaximum = properties.Find(kReceiveMaximum); receiveMaximum && receiveMaximum->wValue > 0) {
+        out.receiveMaximum = receiveMaximum->wValue;
+    }
+    if (const auto* maximumPacketSize = properties.Find(kMaximumPacketSize)) {
+        out.maximumPacketSize = maximumPacketSize->dwValue;
+    }
+    return 0x00;
+}
+
+bool DecodeConnack(const char* body, int length, unsigned char& reason)
+{
+    BodyWalker walk(body, length);
+    if (!walk.Skip(2) || !walk.Properties()) {
+        return false;
+    }
+    DecodedProperties properties;
+    return MQTTProtocol_Parse_Connack(body, length, &reason, properties.List(), properties.Count());
+}
+
+bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length, Publish& out)
+{
+    out.qos = (header.byMsgFlag >> 1) & 0x03;
+    BodyWalker walk(body, length);
+    unsigned topicLength = 0;
+    unsigned id = 0;
+    if (out.qos == 3 || !walk.String(topicLength) || (out.qos > 0 && (!walk.U16(id) || id == 0)) || !walk.Properties()) {
+        return false;
+    }
+    // The library reads an identifier only when the whole flags nibble is 2 or 4, so a QoS 1 or 2
+    // message that also carries DUP or RETAIN (mosquitto_pub -r) would be read without one. Decode
+    // with the QoS bits alone; DUP and RETAIN are taken from the real first byte.
+    MQTTPROTOCOL_FIXEDHEADER qosOnly = header;
+    qosOnly.byMsgFlag = header.byMsgFlag & 0x06;
+    out.dup = (header.byMsgFlag & 0x08) != 0;
+    out.retain = (header.byMsgFlag & 0x01) != 0;
+    out.topic.assign(std::max(topicLength, 1U), '\0');
+    out.payload.assign(static_cast<std::size_t>(length), '\0');
+    int payloadLength = 0;  // left alone by the decoder when there is no payload
+    DecodedProperties properties;
+    MQTTProtocol_Parse_Publish(body, length, &qosOnly, out.topic.data(), &out.id, out.payload.data(), &payloadLength,
+                               properties.List(), properties.Count());
+    out.topic.resize(topicLength);
+    out.payload.resize(static_cast<std::size_t>(payloadLength));
+    for (int index = 0; index < *properties.Count(); index++) {
+        // A Topic Alias belongs to one connection and is never passed on.
+        if ((*properties.List())[index]->byPropertyID != kTopicAlias) {
+            out.properties.AddRecord(*(*properties.List())[index]);
+        }
+    }
+    return true;
+}
+
+bool DecodeAck(const char* body, int length, Ack& out)
+{
+    BodyWalker walk(body, length);
+    unsigned id = 0;
+    if (!walk.U16(id) || id == 0 || (length > 3 && !(walk.Skip(1) && walk.Properties()))) {
+        return false;
+    }
+    DecodedProperties properties;
+    MQTTProtocol_Parse_Puback(body, length, &out.reason, &out.id, properties.List(), properties.Count());
+    // A two-byte body is the standard's short form of reason 0x00; the library reads the byte
+    // behind the body as the reason code instead.
+    if (length == 2) {
+        out.reason = 0x00;
+    }
+    return true;
+}
+
+bool DecodeSubscriptionAck(const char* body, int length, Ack& out)
+{
+    BodyWalker walk(body, length);
+    unsigned id = 0;
+    if (!walk.U16(id) || !walk.Properties() || !walk.Skip(1)) {
+        return false;
+    }
+    // The library's SUBACK decoder takes the property length from the identifier's first byte.
+    // SUBACK and UNSUBACK share one layout, and the UNSUBACK decoder reads it where it is.
+    DecodedProperties properties;
+    return MQTTProtocol_Parse_UNSuback(body, length, &out.reason, &out.id, properties.List(), properties.Count());
+}
+
+namespace {
+
+// Checks a SUBSCRIBE or UNSUBSCRIBE body and counts its filters; `firstLength` gets the first one's.
+bool WalkFilters(const char* body, int length, bool withOptions, Subscription& out, unsigned& firstLength)
+{
+    BodyWalker walk(body, length);
+    unsigned id = 0;
+    if (!walk.U16(id) || id == 0 || !walk.Properties()) {
+        return false;
+    }
+    out.filterCount = 0;
+    for (unsigned filterLength = 0; !walk.AtEnd(); out.filterCount++) {
+        if (!walk.String(filterLength) || (withOptions && !walk.Skip(1))) {
+            return false;
+        }
+        if (out.filterCount == 0) {
+            firstLength = filterLength;
+        }
+    }
+    return out.filterCount > 0;
+}
+
+}  // namespace
+
+bool DecodeSubscribe(const char* body, int length, Subscription& out)
+{
+    unsigned filterLength = 0;
+    if (!WalkFilters(body, length, true, out, filterLength)) {
+        return false;
+    }
+    out.filter.assign(std::max(filterLength, 1U), '\0');
+    DecodedProperties properties;
+    MQTTProtocol_Parse_Subscribe(body, length, &out.id, out.filter.data(), &out.options, properties.List(),
+                                 properties.Count());
+    out.filter.resize(filterLength);
+    return true;
+}
+
+bool DecodeUnsubscribe(const char* body, int length, Subscription& out)
+{
+    unsigned filterLength = 0;
+    if (!WalkFilters(body, length, false, out, filterLength)) {
+        return false;
+    }
+    out.filter.assign(std::max(filterLength, 1U), '\0');
+    DecodedProperties properties;
+    MQTTProtocol_Parse_UNSubcribe(body, length, &out.id, out.filter.data(), properties.List(), properties.Count());
+    out.filter.resize(filterLength);
+    return true;
+}
+
+unsigned char DecodeDisconnect(const char* body, int length)
+{
+    // The library always reads a reason code and a property length; the standard lets a DISCONNECT
+    // leave out both (reason 0x00) or the property length alone.
+    if (length == 0) {
+        return 0x00;
+    }
+    BodyWalker walk(body, length);
+    if (length > 1 && !(walk.Skip(1) && walk.Properties())) {
+        return 0x81;
+    }
+    unsigned char reason = 0;
+    DecodedProperties properties;
+    MQTTProtocol_Parse_Disconnect(body, length, &reason, properties.List(), properties.Count());
+    return reason;
+}
+
+}  // namespace host

@@ -1,0 +1,145 @@
+// The receive path driven by a script: Insert / Send (pieces of the input in fuzzer-chosen sizes, zero
+// included) / Recv / Delete over a few client addresses, side by side with the reference model of the
+// tests. After every step the library must agree with the model: results, error flag and code, every
+// delivered record (first byte, body bytes, zeros behind the body), and the pool's ready counts.
+// Input: a sequence of [operation][client][piece size][piece bytes...]
+#include "FuzzSupport.h"
+
+#include "MQTTProtocol.h"
+#include "reassembly/ReferenceFraming.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <string>
+
+namespace {
+
+constexpr int kPoolCount = 2;
+constexpr int kClientCount = 3;
+// Bytes behind a body checked for zero on every delivery; the whole block costs too much per packet.
+constexpr int kZeroCheckSpan = 4096;
+
+const std::string& Address(int client)
+{
+    static const std::string addresses[kClientCount] = {"127.0.0.1:1883", "[::1]:50000", "client-3"};
+    return addresses[client];
+}
+
+std::map<std::string, int> ReadyCounts()
+{
+    std::map<std::string, int> counts;
+    for (int index = 0; index < kPoolCount; index++) {
+        TAVRIN_HOPPER_TASKEVENT** events = nullptr;
+        int count = 0;
+        if (!MQTTProtocol_Parse_GetPool(index, &events, &count)) continue;
+        for (int i = 0; i < count; i++) counts[events[i]->tszClientAddr] = events[i]->nPktCount;
+        Keel_OperatorMemory_Free(reinterpret_cast<void***>(&events), count);
+    }
+    return counts;
+}
+
+class Script
+{
+public:
+    ~Script()
+    {
+        for (int client = 0; client < kClientCount; client++) MQTTProtocol_Parse_Delete(Address(client).c_str());
+    }
+
+    void Step(mqttfuzz::InputReader& in)
+    {
+        const uint8_t operation = in.Byte();
+        const int client = (operation >> 2) % kClientCount;
+        switch (operation & 3) {
+        case 0: Insert(client); break;
+        case 1: Send(client, in); break;
+        case 2: Recv(client); break;
+        default: Delete(client); break;
+        }
+        CheckReadyCounts();
+    }
+
+private:
+    void Insert(int client)
+    {
+        REQUIRE(MQTTProtocol_Parse_Insert(Address(client).c_str()));
+        m_Model.Insert(Address(client));
+        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
+    }
+
+    void Delete(int client)
+    {
+        REQUIRE(MQTTProtocol_Parse_Delete(Address(client).c_str()));
+        m_Model.Delete(Address(client));
+        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
+    }
+
+    void Send(int client, mqttfuzz::InputReader& in)
+    {
+        const size_t wanted = in.U16() % 2048;
+        const uint8_t* piece = in.Rest();
+        const size_t size = in.Take(wanted);
+        const bool result =
+            MQTTProtocol_Parse_Send(Address(client).c_str(), reinterpret_cast<const char*>(piece), static_cast<int>(size));
+        REQUIRE(result == m_Model.Send(Address(client), reference::Bytes(piece, piece + size)));
+        CheckErrorState();
+    }
+
+    void Recv(int client)
+    {
+        MQTTPROTOCOL_FIXEDHEADER header{};
+        char* body = nullptr;
+        int length = -1;
+        const int readyBefore = m_Model.ReadyCount(Address(client));
+        const bool result = MQTTProtocol_Parse_Recv(Address(client).c_str(), &header, &body, &length);
+        reference::Record expected;
+        REQUIRE(result == m_Model.Recv(Address(client), expected));
+        CheckErrorState();
+        if (!result) return;
+        REQUIRE(readyBefore > 0);  // never more deliveries than packets counted ready
+        uint8_t first;
+        std::memcpy(&first, &header, 1);
+        REQUIRE(first == expected.first && (body != nullptr) == expected.hasBlock);
+        REQUIRE(length == static_cast<int>(expected.bytes.size()) && length <= MQTTPROTOCOL_PACKET_BLOCK_SIZE);
+        if (body != nullptr) {
+            REQUIRE(length == 0 || std::memcmp(body, expected.bytes.data(), expected.bytes.size()) == 0);
+            const int zeroEnd = length + kZeroCheckSpan < MQTTPROTOCOL_PACKET_BLOCK_SIZE ? length + kZeroCheckSpan
+                                                                                        : MQTTPROTOCOL_PACKET_BLOCK_SIZE;
+            for (int i = length; i < zeroEnd; i++) REQUIRE(body[i] == 0);
+            REQUIRE(body[MQTTPROTOCOL_PACKET_BLOCK_SIZE - 1] == 0);
+        }
+        std::free(body);
+    }
+
+    void CheckErrorState()
+    {
+        REQUIRE(MQTTProtocol_IsErrorOccur == m_Model.errorFlag);
+        REQUIRE(MQTTProtocol_dwErrorCode == m_Model.errorCode);
+    }
+
+    // Listing the pool is an operation of its own: the model takes over the error state it leaves.
+    void CheckReadyCounts()
+    {
+        const auto counts = ReadyCounts();
+        for (int client = 0; client < kClientCount; client++) {
+            const auto found = counts.find(Address(client));
+            REQUIRE((found == counts.end() ? 0 : found->second) == m_Model.ReadyCount(Address(client)));
+        }
+        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
+    }
+
+    reference::Framing m_Model;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const bool started = MQTTProtocol_Parse_Init(kPoolCount);
+    REQUIRE(started);
+    mqttfuzz::InputReader in(data, size);
+    Script script;
+    while (!in.Empty()) script.Step(in);
+    return 0;
+}

@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Debian's mosquitto_sub and mosquitto_pub (MQTT v5), and the example client, through the example broker.
+# Usage: through_broker.sh BROKER CLIENT
+source "$(dirname "$0")/lib.sh"
+start_broker "$1"
+v5=(-V mqttv5 -h 127.0.0.1 -p "$PORT")
+
+# subscribe ID FILTER QOS COUNT [more mosquitto_sub options]: output in $WORK/ID, once subscribed.
+subscribe()
+{
+    local id=$1 filter=$2 qos=$3 count=$4
+    shift 4
+    mosquitto_sub "${v5[@]}" -i "$id" -t "$filter" -q "$qos" -C "$count" -W 60 "$@" >"$WORK/$id" &
+    PIDS+=($!)
+    SUBSCRIBER=$!
+    wait_for "$WORK/trace" " $id SUBACK"
+}
+
+# 1,000 messages in a burst at each QoS: every one arrives once, intact.
+seq 1000 | sed 's/^/message /' >"$WORK/expected"
+for qos in 0 1 2; do
+    subscribe "burst$qos" "burst/$qos/#" "$qos" 1000
+    mosquitto_pub "${v5[@]}" -i "pub$qos" -t "burst/$qos/x" -q "$qos" -l <"$WORK/expected"
+    wait "$SUBSCRIBER" || fail "QoS $qos: mosquitto_sub did not get 1000 messages"
+    sort -V "$WORK/burst$qos" | cmp -s - "$WORK/expected" || fail "QoS $qos: messages lost, doubled or changed"
+done
+echo "1000 messages at QoS 0, 1 and 2: each once, intact"
+
+# A payload of 1 MiB.
+head -c 1048576 /dev/urandom >"$WORK/large"
+subscribe big "large" 1 1 -N
+mosquitto_pub "${v5[@]}" -t large -q 1 -f "$WORK/large"
+wait "$SUBSCRIBER" || fail "the 1 MiB message did not arrive"
+cmp -s "$WORK/big" "$WORK/large" || fail "the 1 MiB payload changed on its way"
+echo "1 MiB payload: intact"
+
+# A QoS 1 message with RETAIN (flags 0x3): its identifier is read although the flags are not 2.
+mosquitto_pub "${v5[@]}" -t kept/a -q 1 -r -m "kept at qos 1"
+grep -Eq "in .* PUBLISH id=[0-9]+ topic=\"kept/a\" qos=1" "$WORK/trace" || fail "the retained QoS 1 PUBLISH lost its identifier"
+mosquitto_sub "${v5[@]}" -t "kept/#" -q 1 -C 1 -W 10 -F '%r %q %p' >"$WORK/kept"
+[[ $(cat "$WORK/kept") == "1 1 kept at qos 1" ]] || fail "retained message: got '$(cat "$WORK/kept")'"
+echo "retained QoS 1 message: stored and delivered with RETAIN"
+
+# mosquitto_pub ends with the two-byte DISCONNECT E0 00, which the library holds until four bytes
+# have come: the broker still acts on it.
+mosquitto_pub "${v5[@]}" -i short-disconnect -t any -m x
+wait_for "$WORK/trace" "in .* short-disconnect DISCONNECT reason=0x00 size=2B"
+wait_for "$WORK/trace" "net .* short-disconnect closed"
+echo "two-byte DISCONNECT: taken and the connection closed"
+
+# Several filters in one SUBSCRIBE are refused whole; an MQTT 3.1.1 CONNECT gets reason 0x84.
+mosquitto_sub "${v5[@]}" -i two-filters -t a -t b -C 1 -W 2 >/dev/null 2>&1 || true
+grep -q "out .* two-filters SUBACK id=[0-9]* reason=0x83" "$WORK/trace" || fail "two filters were not refused"
+mosquitto_pub -V mqttv311 -h 127.0.0.1 -p "$PORT" -t a -m x >/dev/null 2>&1 && fail "an MQTT 3.1.1 client was accepted"
+grep -q "out .* CONNACK reason=0x84" "$WORK/trace" || fail "no CONNACK 0x84 for MQTT 3.1.1"
+echo "several filters refused with 0x83, MQTT 3.1.1 refused with 0x84"
+
+# A SUBSCRIBE whose flags are 0: the library refuses it, the broker closes that client alone.
+subscribe survivor "still/here" 0 1
+exec 3<>"/dev/tcp/127.0.0.1/$PORT"
+printf '\x10\x10\x00\x04MQTT\x05\x02\x00\x3c\x00\x00\x03bad' >&3            # CONNECT, client "bad"
+wait_for "$WORK/trace" "out .* bad CONNACK"
+printf '\x80\x09\x00\x01\x00\x00\x03a/b\x00' >&3                             # SUBSCRIBE, flags 0
+wait_for "$WORK/trace" "out .* bad DISCONNECT reason=0x81"
+wait_for "$WORK/trace" "net .* bad closed"
+exec 3>&-
+mosquitto_pub "${v5[@]}" -t still/here -m "alive"
+wait "$SUBSCRIBER" || fail "another client suffered from the malformed one"
+[[ $(cat "$WORK/survivor") == alive ]] || fail "the other client's message changed"
+echo "malformed SUBSCRIBE: that client closed, the others carry on"
+
+# The example client through the example broker, at every QoS.
+"$2" --port "$PORT" --id own-client --sub 'own/#' --pub own/x --qos 0 --message zero --qos 1 --message one \
+    --qos 2 --message two >"$WORK/own" 2>&1 || fail "the example client failed: $(cat "$WORK/own")"
+[[ $(grep -c '^received' "$WORK/own") == 3 ]] || fail "the example client did not get its three messages back"
+echo "example client: its messages at QoS 0, 1 and 2 came back"
+
+stop_broker
+echo "broker stopped cleanly"
