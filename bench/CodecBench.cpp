@@ -216,6 +216,16 @@ void RegisterBuilders(const Settings& settings)
     AddBuilderRow("UNSUBSCRIBE built", settings, BuildUnsubscribe);
 }
 
+// The decoders of an acknowledgement share one signature: reason code, then identifier.
+template <auto Decode>
+void AcknowledgementDecoder(const char* body, int length, MQTTPROTOCOL_HDRPROPERTY*** list, int* count)
+{
+    unsigned char reason = 0;
+    unsigned short identifier = 0;
+    Decode(body, length, &reason, &identifier, list, count);
+    benchmark::DoNotOptimize(identifier);
+}
+
 void RegisterDecoders(const Settings& settings)
 {
     AddDecoderRow("remaining length 55 decoded", settings, {0x37}, false,
@@ -263,13 +273,7 @@ void RegisterDecoders(const Settings& settings)
                       benchmark::DoNotOptimize(payloadLength);
                   },
                   {FasterThanTarget(kPublishLimitNs, "under 50 ns")});
-    AddDecoderRow("PUBACK decoded", settings, BodyOf(BuildPuback), false,
-                  [](const char* body, int length, auto list, auto count) {
-                      unsigned char reason = 0;
-                      unsigned short identifier = 0;
-                      MQTTProtocol_Parse_Puback(body, length, &reason, &identifier, list, count);
-                      benchmark::DoNotOptimize(identifier);
-                  });
+    AddDecoderRow("PUBACK decoded", settings, BodyOf(BuildPuback), false, AcknowledgementDecoder<MQTTProtocol_Parse_Puback>);
     AddDecoderRow("SUBSCRIBE decoded", settings, BodyOf(BuildSubscribe), false,
                   [](const char* body, int length, auto list, auto count) {
                       unsigned short identifier = 0;
@@ -277,26 +281,14 @@ void RegisterDecoders(const Settings& settings)
                       MQTTProtocol_Parse_Subscribe(body, length, &identifier, OutBuffer(), &options, list, count);
                       benchmark::DoNotOptimize(identifier);
                   });
-    AddDecoderRow("SUBACK decoded", settings, BodyOf(BuildSuback), false,
-                  [](const char* body, int length, auto list, auto count) {
-                      unsigned char reason = 0;
-                      unsigned short identifier = 0;
-                      MQTTProtocol_Parse_Suback(body, length, &reason, &identifier, list, count);
-                      benchmark::DoNotOptimize(identifier);
-                  });
+    AddDecoderRow("SUBACK decoded", settings, BodyOf(BuildSuback), false, AcknowledgementDecoder<MQTTProtocol_Parse_Suback>);
     AddDecoderRow("UNSUBSCRIBE decoded", settings, BodyOf(BuildUnsubscribe), false,
                   [](const char* body, int length, auto list, auto count) {
                       unsigned short identifier = 0;
                       MQTTProtocol_Parse_UNSubcribe(body, length, &identifier, OutBuffer(), list, count);
                       benchmark::DoNotOptimize(identifier);
                   });
-    AddDecoderRow("UNSUBACK decoded", settings, BodyOf(BuildSuback), false,
-                  [](const char* body, int length, auto list, auto count) {
-                      unsigned char reason = 0;
-                      unsigned short identifier = 0;
-                      MQTTProtocol_Parse_UNSuback(body, length, &reason, &identifier, list, count);
-                      benchmark::DoNotOptimize(identifier);
-                  });
+    AddDecoderRow("UNSUBACK decoded", settings, BodyOf(BuildSuback), false, AcknowledgementDecoder<MQTTProtocol_Parse_UNSuback>);
 }
 
 }  // namespace

@@ -219,7 +219,8 @@ void TableReporter::ReportRuns(const std::vector<Run>& runs)
             kept = MeasuredOf(run);
         }
     }
-    if (!runs.empty()) {
+    // A benchmark with repetitions reports its runs, then their aggregates: one progress line.
+    if (!runs.empty() && runs.front().run_type == Run::RT_Iteration) {
         GetErrorStream() << "measured " << runs.front().run_name.function_name << "\n";
     }
 }

@@ -37,10 +37,9 @@ const char* const kCopyFloor = "copy floor";
 // What a baseline does with one packet's body; false when memory ran out.
 using PerPacket = bool (*)(const char* body, uint32_t length);
 
-// Per packet: calloc a block, copy the body, free the block.
-bool ContractFloor(const char* body, uint32_t length)
+// Copies a body into a block just allocated, then frees the block; false when there was none.
+bool FillAndFree(char* block, const char* body, uint32_t length)
 {
-    char* block = static_cast<char*>(std::calloc(1, MQTTPROTOCOL_PACKET_BLOCK_SIZE));
     if (block == nullptr) {
         return false;
     }
@@ -50,21 +49,23 @@ bool ContractFloor(const char* body, uint32_t length)
     return true;
 }
 
+// Per packet: calloc a block, copy the body, free the block.
+bool ContractFloor(const char* body, uint32_t length)
+{
+    return FillAndFree(static_cast<char*>(std::calloc(1, MQTTPROTOCOL_PACKET_BLOCK_SIZE)), body, length);
+}
+
 // Per packet: malloc a block, clear it with memset, copy the body, free the block. Under the block
 // size's mmap threshold every block is a fresh mapping, and memset faults in all its pages.
 bool LiteralMapped(const char* body, uint32_t length)
 {
     char* block = static_cast<char*>(std::malloc(MQTTPROTOCOL_PACKET_BLOCK_SIZE));
-    if (block == nullptr) {
-        return false;
+    if (block != nullptr) {
+        // The compiler would otherwise fold malloc and memset into calloc, the contract floor.
+        benchmark::DoNotOptimize(block);
+        std::memset(block, 0, MQTTPROTOCOL_PACKET_BLOCK_SIZE);
     }
-    // The compiler would otherwise fold malloc and memset into calloc, which is the contract floor.
-    benchmark::DoNotOptimize(block);
-    std::memset(block, 0, MQTTPROTOCOL_PACKET_BLOCK_SIZE);
-    std::memcpy(block, body, length);
-    benchmark::DoNotOptimize(block);
-    std::free(block);
-    return true;
+    return FillAndFree(block, body, length);
 }
 
 // The literal design as glibc's default threshold runs it: after the first free the blocks come from
@@ -83,14 +84,7 @@ bool LiteralHeap(const char* body, uint32_t length)
 // Per packet: malloc as many bytes as the body, copy it, free them.
 bool CopyFloor(const char* body, uint32_t length)
 {
-    char* copy = static_cast<char*>(std::malloc(length));
-    if (copy == nullptr) {
-        return false;
-    }
-    std::memcpy(copy, body, length);
-    benchmark::DoNotOptimize(copy);
-    std::free(copy);
-    return true;
+    return FillAndFree(static_cast<char*>(std::malloc(length)), body, length);
 }
 
 void RunBaseline(benchmark::State& state, const Workload& workload, size_t count, PerPacket perPacket)
