@@ -340,12 +340,13 @@ void RegisterLargePublish(const Settings& settings)
     row.targets = {{"≥ 1 GB/s", [](const Measured& self, const Results&) {
                         return self.megabytesPerSecond >= kLargeLimitMegabytes;
                     }}};
-    AddRow(row, [](benchmark::State& state) { RunOneClient(state, large, kSegmentPiece); })
-        ->Iterations(settings.largePublishes)
-        ->UseRealTime();
-    AddRow({kGroup, memcpyLabel}, [](benchmark::State& state) { RunMemcpy(state, kLargeWireLength); })
-        ->Iterations(settings.largePublishes)
-        ->UseRealTime();
+    const std::vector<benchmark::internal::Benchmark*> registered = {
+        AddRow(row, [](benchmark::State& state) { RunOneClient(state, large, kSegmentPiece); }),
+        AddRow({kGroup, memcpyLabel}, [](benchmark::State& state) { RunMemcpy(state, kLargeWireLength); }),
+    };
+    for (benchmark::internal::Benchmark* benchmark : registered) {
+        benchmark->Iterations(settings.largePublishes)->Repetitions(settings.repetitions)->UseRealTime();
+    }
 }
 
 void RegisterBurst(const Settings& settings)

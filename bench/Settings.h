@@ -18,7 +18,7 @@ struct Settings
     int scalePackets = 1000000;  // per client count, at least two pieces for each client
     int scaleRepetitions = 3;
     int threadedPackets = 1000000;
-    int largePublishes = 20;     // the 10 MiB packet
+    int largePublishes = 10;     // the 10 MiB packet, in each repetition
     int burstRepetitions = 3;    // 50,000 PINGREQs in one call
 };
 
@@ -35,7 +35,7 @@ inline Settings SettingsFor(bool quick)
         settings.codecMinSeconds = 0.05;
         settings.scalePackets = 20000;
         settings.threadedPackets = 20000;
-        settings.largePublishes = 5;
+        settings.largePublishes = 3;
         settings.burstRepetitions = 1;
     }
     return settings;
