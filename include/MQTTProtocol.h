@@ -1,4 +1,5 @@
-/* libOstrel_MQTTProtocol: MQTT version 5 packet codec and stream reassembly.
+/** @file
+ * libOstrel_MQTTProtocol: MQTT version 5 packet codec and stream reassembly.
  *
  * Conventions that hold for every operation below:
  * - Each returns true on success. On entry it stores false in MQTTProtocol_IsErrorOccur; on failure
@@ -37,57 +38,56 @@
 #include <unordered_map>
 #endif
 
-/* Marks exactly what the shared library exports; everything else is hidden. */
+/** Marks exactly what the shared library exports; everything else is hidden. */
 #define MQTTPROTOCOL_API __attribute__((visibility("default")))
 
+/** Pins a record's layout at compile time, in C++ and in C11. */
 #ifdef __cplusplus
 #define MQTTPROTOCOL_STATIC_ASSERT(cond, why) static_assert(cond, why)
 #else
 #define MQTTPROTOCOL_STATIC_ASSERT(cond, why) _Static_assert(cond, why)
 #endif
 
-/* ---------------------------------------------------------------------------------------------
- * Error codes, stored in MQTTProtocol_dwErrorCode. 0x070B1003 is never used.
+/** @file
+ * @par Error codes, stored in MQTTProtocol_dwErrorCode. 0x070B1003 is never used.
  * Codes of the readiness pool are passed through unchanged and lie outside the 0x070B block.
- * ------------------------------------------------------------------------------------------- */
-/* A builder's output buffer or output-length pointer is null. */
+ */
+/** A builder's output buffer or output-length pointer is null. */
 #define MQTTPROTOCOL_ERR_PACKET_ARGUMENT 0x070B0000ULL
-/* A decoder's body pointer is null. */
+/** A decoder's body pointer is null. */
 #define MQTTPROTOCOL_ERR_PARSE_ARGUMENT 0x070B1000ULL
-/* A CONNECT's protocol level is not 5. */
+/** A CONNECT's protocol level is not 5. */
 #define MQTTPROTOCOL_ERR_PARSE_VERSION 0x070B1001ULL
-/* A complete SUBSCRIBE or UNSUBSCRIBE arrived whose fixed-header flags are not 2. */
+/** A complete SUBSCRIBE or UNSUBSCRIBE arrived whose fixed-header flags are not 2. */
 #define MQTTPROTOCOL_ERR_PARSE_HDRFLAGS 0x070B1002ULL
-/* A remaining length runs past the bytes given, or would need a fifth byte. */
+/** A remaining length runs past the bytes given, or would need a fifth byte. */
 #define MQTTPROTOCOL_ERR_PARSE_LENGTH 0x070B1004ULL
-/* Out of memory. */
+/** Out of memory. */
 #define MQTTPROTOCOL_ERR_PARSE_MALLOC 0x070B1005ULL
-/* The client address is not in the session table. */
+/** The client address is not in the session table. */
 #define MQTTPROTOCOL_ERR_PARSE_NOTFOUND 0x070B1006ULL
-/* The client's packet queue is empty. */
+/** The client's packet queue is empty. */
 #define MQTTPROTOCOL_ERR_PARSE_EMPTY 0x070B1007ULL
-/* The oldest queued packet of the client is not yet complete. */
+/** The oldest queued packet of the client is not yet complete. */
 #define MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE 0x070B1008ULL
 
-/* ---------------------------------------------------------------------------------------------
- * Records
- * ------------------------------------------------------------------------------------------- */
+/* Records */
 
-/* The first byte of a packet: a plain copy of that byte fills it. */
+/** The first byte of a packet: a plain copy of that byte fills it. */
 typedef struct
 {
-    unsigned char byMsgFlag : 4; /* bits 0-3: flags of the packet type (PUBLISH: DUP, QoS, RETAIN) */
-    unsigned char byMsgType : 4; /* bits 4-7: control packet type, 1 CONNECT to 15 AUTH */
+    unsigned char byMsgFlag : 4; /**< bits 0-3: flags of the packet type (PUBLISH: DUP, QoS, RETAIN) */
+    unsigned char byMsgType : 4; /**< bits 4-7: control packet type, 1 CONNECT to 15 AUTH */
 } MQTTPROTOCOL_FIXEDHEADER;
 MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_FIXEDHEADER) == 1, "the fixed header record is the packet's first byte");
 
-/* One property. nPropertyLen 1, 2 or 4 means an integer in byValue, wValue or dwValue; any other
+/** One property. nPropertyLen 1, 2 or 4 means an integer in byValue, wValue or dwValue; any other
  * width is that many raw bytes in tszValue, held as on the wire (a string property carries its own
  * two-byte big-endian length prefix inside tszValue). */
 typedef struct
 {
-    int nPropertyLen;           /* width of the value in bytes */
-    unsigned char byPropertyID; /* MQTT v5 property identifier */
+    int nPropertyLen;           /**< width of the value in bytes */
+    unsigned char byPropertyID; /**< MQTT v5 property identifier */
     union
     {
         unsigned char byValue;
@@ -98,40 +98,39 @@ typedef struct
 } MQTTPROTOCOL_HDRPROPERTY;
 MQTTPROTOCOL_STATIC_ASSERT(sizeof(((MQTTPROTOCOL_HDRPROPERTY*)0)->tszValue) == 260, "a property holds 260 bytes of value");
 
-/* The CONNECT variable header without its properties, byte for byte as on the wire. */
+/** The CONNECT variable header without its properties, byte for byte as on the wire. */
 typedef struct
 {
-    unsigned char byNameLenMSB; /* 0x00 */
-    unsigned char byNameLenLSB; /* 0x04 */
-    char tszProtocol[4];        /* "MQTT", no terminator */
-    unsigned char byVersion;    /* protocol level, 5 */
-    unsigned char byConnFlags;  /* bit 7 user name, bit 6 password; the others are carried through */
-    unsigned short wKeepAlive;  /* seconds: network order when built, host order when decoded */
+    unsigned char byNameLenMSB; /**< 0x00 */
+    unsigned char byNameLenLSB; /**< 0x04 */
+    char tszProtocol[4];        /**< "MQTT", no terminator */
+    unsigned char byVersion;    /**< protocol level, 5 */
+    unsigned char byConnFlags;  /**< bit 7 user name, bit 6 password; the others are carried through */
+    unsigned short wKeepAlive;  /**< seconds: network order when built, host order when decoded */
 } MQTTPROTOCOL_HDRCONNNECT;
 MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRCONNNECT) == 10, "the CONNECT header record is its ten wire bytes");
 
-/* The CONNECT payload strings as decoded, without terminators of their own. */
+/** The CONNECT payload strings as decoded, without terminators of their own. */
 typedef struct
 {
-    char tszClientID[260];
-    char tszClientUser[260];
-    char tszClientPass[260];
+    char tszClientID[260];   /**< client identifier */
+    char tszClientUser[260]; /**< user name, read when connect flag bit 7 is set */
+    char tszClientPass[260]; /**< password, read when connect flag bit 6 is set */
 } MQTTPROTOCOL_USERINFO;
 
-/* The SUBSCRIBE subscription-options byte, copied whole in both directions and never checked. */
+/** The SUBSCRIBE subscription-options byte, copied whole in both directions and never checked. */
 typedef struct
 {
-    unsigned char byMaxQos : 2;
-    unsigned char byNoLocal : 1;
-    unsigned char byRetainAsPublished : 1;
-    unsigned char byRetainHandling : 2;
-    unsigned char byReserved : 2;
+    unsigned char byMaxQos : 2;            /**< maximum QoS granted (0, 1, 2) */
+    unsigned char byNoLocal : 1;           /**< do not send the client's own publications back */
+    unsigned char byRetainAsPublished : 1; /**< keep RETAIN as published when forwarding */
+    unsigned char byRetainHandling : 2;    /**< retain handling (0, 1, 2) */
+    unsigned char byReserved : 2;          /**< reserved, 0 */
 } MQTTPROTOCOL_HDRSUBSCRIBE;
 MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscription options record is one byte");
 
-/* ---------------------------------------------------------------------------------------------
- * Receive side: sessions, framing and delivery
- *
+/** @file
+ * @par Receive side: sessions, framing and delivery
  * A host calls MQTTProtocol_Parse_Init once, MQTTProtocol_Parse_Insert for each connection, then
  * MQTTProtocol_Parse_Send for every piece of bytes a connection delivers, in stream order. Each whole
  * packet is queued on the connection's session and counted ready in the Hopper pool. Worker threads,
@@ -139,7 +138,6 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * MQTTProtocol_Parse_Recv; MQTTProtocol_Parse_ActiveEvent wakes them to stop. A connection that goes
  * away is removed with MQTTProtocol_Parse_Delete; MQTTProtocol_Parse_Destory ends the pool. Nothing
  * checks this order: the receive operations pass whatever pool handle there is to the pool.
- *
  * Packet bodies. Every packet is delivered with its body in a block of exactly
  * MQTTPROTOCOL_PACKET_BLOCK_SIZE bytes from calloc, whatever the body's length: the body at its
  * start, zeros after it (decoders may read past a body's end within its block). The host owns a
@@ -151,7 +149,6 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  *   mappings by default (vm.max_map_count): take packets promptly and free each body as soon as it is
  *   decoded. A client that sends 50,000 PINGREQs in one burst holds 50,000 mappings until they are taken.
  * - a block is made of fresh zero pages of the kernel: only the pages a body fills cost memory.
- *
  * What the library does to the host process. So that a block costs about 14 us (fresh pages from
  * the kernel) rather than about 120 us (the allocator clearing 10 MiB), the library calls glibc's
  * mallopt(M_MMAP_THRESHOLD, MQTTPROTOCOL_PACKET_BLOCK_SIZE) once, just before it makes its first block.
@@ -162,7 +159,6 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * arranged after the first large free. The call replaces a threshold the host set before; one the
  * host sets afterwards stays, and blocks are then still right but may cost the clearing.
  * Under a sanitizer's allocator the call changes nothing.
- *
  * Where the receive algorithm leaves room, this library decides:
  * - A remaining length above MQTTPROTOCOL_PACKET_BLOCK_SIZE cannot fit a block: such a packet is
  *   refused with MQTTPROTOCOL_ERR_PARSE_LENGTH as soon as its fixed header is cut, and it and the rest
@@ -181,12 +177,12 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * - Null addresses, a negative byte count, a null data pointer with a positive count, an address of
  *   128 bytes or more (Insert) and null out-pointers (Recv) are refused with
  *   MQTTPROTOCOL_ERR_PARSE_ARGUMENT before anything else happens.
- * ------------------------------------------------------------------------------------------- */
+ */
 
-/* The size of every packet body block: 10 MiB. */
+/** The size of every packet body block: 10 MiB. */
 #define MQTTPROTOCOL_PACKET_BLOCK_SIZE 0xA00000
 
-/* One packet of a session's queue, complete or still arriving. Only complete records are ever handed
+/** One packet of a session's queue, complete or still arriving. Only complete records are ever handed
  * out; a queue holds at most one that is not, at its back. Its forms:
  *   form           bHeaderReady  bPacketReady  ptszMsgBuffer holds                       nMsgLen      nPktLen
  *   complete       true          true          a block: the body only                    body length  packet size
@@ -198,36 +194,32 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct
 {
-    MQTTPROTOCOL_FIXEDHEADER st_FixedHeader; /* the first byte; zero in a short partial unless two bytes came at once */
-    char* ptszMsgBuffer;                     /* see the forms above */
-    int nMsgLen;                             /* bytes of ptszMsgBuffer in use */
-    int nPktLen;                             /* the packet's size, or 4 while its fixed header waits */
-    bool bHeaderReady;                       /* the fixed header is decoded: nPktLen is the packet's size */
-    bool bPacketReady;                       /* the packet is whole and may be handed out */
+    MQTTPROTOCOL_FIXEDHEADER st_FixedHeader; /**< the first byte; zero in a short partial unless two bytes came at once */
+    char* ptszMsgBuffer;                     /**< see the forms above */
+    int nMsgLen;                             /**< bytes of ptszMsgBuffer in use */
+    int nPktLen;                             /**< the packet's size, or 4 while its fixed header waits */
+    bool bHeaderReady;                       /**< the fixed header is decoded: nPktLen is the packet's size */
+    bool bPacketReady;                       /**< the packet is whole and may be handed out */
 } MQTTPROTOCOL_MSGBUFFER;
 
 #ifdef __cplusplus
 extern "C" {
 #endif
 
-/* ---------------------------------------------------------------------------------------------
- * Error state
- * ------------------------------------------------------------------------------------------- */
+/* Error state */
 
-/* True when the most recent operation that touches it failed. */
+/** True when the most recent operation that touches it failed. */
 extern MQTTPROTOCOL_API bool MQTTProtocol_IsErrorOccur;
-/* Code of the most recent failure; 0 until the first one, never reset. */
+/** Code of the most recent failure; 0 until the first one, never reset. */
 extern MQTTPROTOCOL_API uint64_t MQTTProtocol_dwErrorCode;
 
-/* Returns MQTTProtocol_dwErrorCode. If pInt_SysError is not null, stores there the calling thread's
+/** Returns MQTTProtocol_dwErrorCode. If pInt_SysError is not null, stores there the calling thread's
  * errno as it stands now (not captured at the library's failure). Touches neither global. */
 MQTTPROTOCOL_API uint64_t MQTTProtocol_GetLastError(int* pInt_SysError);
 
-/* ---------------------------------------------------------------------------------------------
- * Fixed header
- * ------------------------------------------------------------------------------------------- */
+/* Fixed header */
 
-/* Writes a whole packet into ptszMsgBuffer: byte 0 = (type & 0x0F) << 4 | (flags & 0x0F), the
+/** Writes a whole packet into ptszMsgBuffer: byte 0 = (type & 0x0F) << 4 | (flags & 0x0F), the
  * remaining length nBodyLen, then nBodyLen bytes of lpszBody; sets *pInt_MsgLen to the bytes written.
  * The caller provides room for 5 + nBodyLen bytes (6 + nBodyLen above 268,435,455) and a body that does
  * not overlap the buffer; lpszBody is read only when nBodyLen > 0. Flags are not checked against the
@@ -237,9 +229,8 @@ MQTTPROTOCOL_API uint64_t MQTTProtocol_GetLastError(int* pInt_SysError);
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_Header(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byType,
                                                  const char* lpszBody, int nBodyLen, unsigned char byFlags);
 
-/* ---------------------------------------------------------------------------------------------
- * Packet bodies
- *
+/** @file
+ * @par Packet bodies
  * Builders: ptszMsgBuffer receives the body, *pInt_MsgLen is SET to its size (not added to). The
  * caller provides room for the whole body: the fields it passes plus one property block, which is at
  * most 256 bytes beyond the widest raw property value (see CMQTTProtocol_Packet::
@@ -249,7 +240,6 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_Header(char* ptszMsgBuffer, int* pInt_
  * terminated and must not be null where they are written. Each builder fails with
  * MQTTPROTOCOL_ERR_PACKET_ARGUMENT, writing nothing, when ptszMsgBuffer or pInt_MsgLen is null; no
  * other argument is checked, and nothing else makes it fail.
- *
  * Decoders: lpszMsgBuffer is a body as MQTTProtocol_Parse_Recv hands it out, inside its zero-filled
  * block of 0xA00000 bytes. The decoders trust every length prefix and read fixed positions whatever
  * nMsgLen says, so a short or hostile body is read past its end into that block (zeros, well
@@ -260,9 +250,9 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_Header(char* ptszMsgBuffer, int* pInt_
  * caller's (release it with Keel_OperatorMemory_Free). Out-pointers are not checked: pass valid ones.
  * Each decoder fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT, writing no output, when lpszMsgBuffer is
  * null; only MQTTProtocol_Parse_Connect has a further failure.
- * ------------------------------------------------------------------------------------------- */
+ */
 
-/* CONNECT body: the ten header bytes, the property block, the client identifier, then the user name
+/** CONNECT body: the ten header bytes, the property block, the client identifier, then the user name
  * if bit 7 of pSt_HDRConnect->byConnFlags is set and the password if bit 6 is set, each string as a
  * big-endian 16-bit length and its bytes. No will fields are written, whatever the will flag says.
  * pSt_HDRConnect (not null) is MODIFIED: byNameLenLSB = 4, tszProtocol = "MQTT", byVersion = 5; zero it
@@ -277,13 +267,13 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, int* p
                                                      MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect, const char* lpszClientID,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount,
                                                      const char* lpszClientUser, const char* lpszClientPass);
-/* CONNACK body: byConnAckFlags (bit 0 session present) and byReasonCode as given, then the property
+/** CONNACK body: byConnAckFlags (bit 0 session present) and byReasonCode as given, then the property
  * block; 3 bytes without properties. Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or
  * pInt_MsgLen is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byConnAckFlags,
                                                      unsigned char byReasonCode,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
-/* Decodes a CONNECT body. nMsgLen is not used. Copies the ten header bytes into *pSt_HDRConnect and
+/** Decodes a CONNECT body. nMsgLen is not used. Copies the ten header bytes into *pSt_HDRConnect and
  * converts wKeepAlive to host order; then, if byVersion is 5, the properties, the client identifier
  * into pSt_UserInfo->tszClientID and, under connect flag bits 7 and 6, the user name and the password.
  * No will fields are skipped: in a CONNECT with a will, the will's fields are read in the places of
@@ -298,23 +288,23 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int 
                                                  MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
                                                  MQTTPROTOCOL_USERINFO* pSt_UserInfo,
                                                  MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
-/* Decodes a CONNACK body. nMsgLen is not used. Byte 0, the acknowledge flags, is dropped (the
+/** Decodes a CONNACK body. nMsgLen is not used. Byte 0, the acknowledge flags, is dropped (the
  * session-present bit is not handed out); *pbyReasonCode = byte 1, not judged; properties from
  * byte 2. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                                  MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
 
-/* DISCONNECT body: byReasonCode as given, then the property block, always (2 bytes at least).
+/** DISCONNECT body: byReasonCode as given, then the property block, always (2 bytes at least).
  * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byReasonCode,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
-/* Decodes a DISCONNECT body. nMsgLen is not used: bytes 0 (*pbyReasonCode) and 1 (property length)
+/** Decodes a DISCONNECT body. nMsgLen is not used: bytes 0 (*pbyReasonCode) and 1 (property length)
  * are always read, so the standard's empty body is not recognised. Fails with
  * MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
 
-/* PUBLISH body: lpszTopicName (not null) as its length cut to 16 bits and that many bytes; wMsgID
+/** PUBLISH body: lpszTopicName (not null) as its length cut to 16 bits and that many bytes; wMsgID
  * big-endian only when it is non-zero (the value alone decides: pass 0 for QoS 0 and non-zero for
  * QoS 1 and 2, and give the matching flags to MQTTProtocol_Packet_Header); the property block; then
  * nPayloadLen bytes of lpszPayload (read only when nPayloadLen > 0).
@@ -322,14 +312,14 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, i
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, int* pInt_MsgLen, const char* lpszTopicName,
                                                      const char* lpszPayload, int nPayloadLen, unsigned short wMsgID,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
-/* The body shared by PUBACK, PUBREC, PUBREL and PUBCOMP (the type is what the caller gives to
+/** The body shared by PUBACK, PUBREC, PUBREL and PUBCOMP (the type is what the caller gives to
  * MQTTProtocol_Packet_Header): wMsgID big-endian only when non-zero, byReasonCode, then the property
  * block unless nPropertyCount is negative (identifier and reason code only, the standard's short
  * form). Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                                      unsigned char byReasonCode,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
-/* Decodes a PUBLISH body of nMsgLen bytes (the packet's remaining length). Copies the topic into
+/** Decodes a PUBLISH body of nMsgLen bytes (the packet's remaining length). Copies the topic into
  * ptszTopicName, which must hold 65,535 bytes. Reads a packet identifier into *pwMsgID only when the
  * whole flags nibble of *pSt_FixedHeader (not null) is exactly 2 or 4: a QoS 1 or 2 PUBLISH that also
  * has DUP or RETAIN set is read as if it had none, its identifier bytes taken as the property block.
@@ -341,7 +331,7 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, int 
                                                  MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader, char* ptszTopicName,
                                                  unsigned short* pwMsgID, char* ptszPayload, int* pInt_PayloadLen,
                                                  MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
-/* Decodes a PUBACK, PUBREC, PUBREL or PUBCOMP body (note: reason code before identifier here).
+/** Decodes a PUBACK, PUBREC, PUBREL or PUBCOMP body (note: reason code before identifier here).
  * *pwMsgID = bytes 0-1, *pbyReasonCode = byte 2 WHATEVER nMsgLen IS (a two-byte body hands out the
  * byte behind it, not the standard's implied 0x00); the property block from byte 3 only when nMsgLen
  * is greater than 3. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
@@ -349,7 +339,7 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, int n
                                                 unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                 int* pInt_PropertyCount);
 
-/* SUBSCRIBE body with one topic filter: wMsgID big-endian (0 included), the property block,
+/** SUBSCRIBE body with one topic filter: wMsgID big-endian (0 included), the property block,
  * lpszTopicFilter (not null) as its length cut to 16 bits and that many bytes, then the one byte of
  * *pSt_SubOption (not null) as it is. Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer
  * or pInt_MsgLen is null. */
@@ -357,21 +347,21 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int*
                                                        const char* lpszTopicFilter,
                                                        MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
-/* SUBACK or UNSUBACK body with one reason code: wMsgID big-endian only when non-zero (an identifier
+/** SUBACK or UNSUBACK body with one reason code: wMsgID big-endian only when non-zero (an identifier
  * of 0 is left out, and MQTTProtocol_Parse_UNSuback then does not read it back as 0), the property
  * block, always (a count below 1 gives the byte 0), then byReasonCode.
  * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                                   unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                   int nPropertyCount);
-/* Decodes a SUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
+/** Decodes a SUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
  * topic filter into ptszTopicFilter, which must hold 65,535 bytes; its options byte into
  * *pSt_SubOption. Further topic filters are ignored. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when
  * lpszMsgBuffer is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
                                                    char* ptszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
-/* Decodes a SUBACK body by this library's own positions, which are not the wire layout's.
+/** Decodes a SUBACK body by this library's own positions, which are not the wire layout's.
  * nMsgLen is not used. *pwMsgID = bytes 0-1, but the property length is then read from byte 0 (the
  * identifier's high byte) and the properties from byte 1, and *pbyReasonCode is the byte behind them:
  * for an identifier below 256 no property is decoded and the reason code is the identifier's low byte
@@ -382,20 +372,20 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int n
                                                 unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                 int* pInt_PropertyCount);
 
-/* UNSUBSCRIBE body with one topic filter: wMsgID big-endian (0 included), the property block, then
+/** UNSUBSCRIBE body with one topic filter: wMsgID big-endian (0 included), the property block, then
  * lpszTopicFilter (not null) as its length cut to 16 bits and that many bytes; no options byte.
  * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                                          const char* lpszTopicFilter,
                                                          MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                          int nPropertyCount);
-/* Decodes an UNSUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
+/** Decodes an UNSUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
  * topic filter into ptszTopicFilter, which must hold 65,535 bytes. Further filters are ignored.
  * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
                                                     char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount);
-/* Decodes an UNSUBACK body. nMsgLen is not used. *pwMsgID = bytes 0-1 (always expected: a body built
+/** Decodes an UNSUBACK body. nMsgLen is not used. *pwMsgID = bytes 0-1 (always expected: a body built
  * with identifier 0 is misread), the property length at byte 2 and the properties, then the first
  * reason code into *pbyReasonCode; later codes are ignored. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT
  * when lpszMsgBuffer is null. */
@@ -403,21 +393,21 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int
                                                   unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                   int* pInt_PropertyCount);
 
-/* ---------------------------------------------------------------------------------------------
- * Receive side (see the section above the records). Lock order inside the library: the session
+/** @file
+ * @par Receive side (see the section above the records). Lock order inside the library: the session
  * table's lock, then one session's lock; no lock is held while a pool call waits.
- * ------------------------------------------------------------------------------------------- */
+ */
 
-/* Creates the readiness pool with nPoolCount indexes (the pool refuses fewer than 1) and keeps its
+/** Creates the readiness pool with nPoolCount indexes (the pool refuses fewer than 1) and keeps its
  * handle, replacing any earlier one without destroying it: call it once. Fails with the pool's own code
  * (Hopper_GetLastError) when the pool cannot be made; the kept handle is null then. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Init(int nPoolCount);
-/* Destroys the pool, waking its waiters (their waits fail). The handle stays kept, so later receive
+/** Destroys the pool, waking its waiters (their waits fail). The handle stays kept, so later receive
  * calls hand a stale handle to the pool, which refuses it; sessions and their queues are left as they
  * are. Always returns true, even before MQTTProtocol_Parse_Init. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Destory(void);
 
-/* Opens a session for a client address (NUL-terminated, at most 127 bytes, compared byte for byte),
+/** Opens a session for a client address (NUL-terminated, at most 127 bytes, compared byte for byte),
  * enters the address into the pool, which picks its pool index, and makes it known to Send and Recv.
  * Kept on purpose: an address already present is not looked up first. The call returns true, the first
  * session with everything queued in it stays the one in use, and the new session record stays
@@ -426,7 +416,7 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Destory(void);
  * happens) or MQTTPROTOCOL_ERR_PARSE_MALLOC (out of memory; nothing happens, except that the pool may
  * keep the address when the table itself could not grow). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
-/* Closes a client's session: frees every body block and buffer still queued in it, drops its queue,
+/** Closes a client's session: frees every body block and buffer still queued in it, drops its queue,
  * removes the address from the pool and from the table. The session record itself (its lock and empty
  * queue) is deliberately not freed: a host that opens and closes very many sessions grows by one record
  * each time. Returns true always; an unknown or null address changes nothing and leaves the flag false.
@@ -434,7 +424,7 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
  * MQTTPROTOCOL_ERR_PARSE_MALLOC. Bodies already handed out stay the host's. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
 
-/* Hands nMsgLen bytes that a client sent (lpszMsgBuffer, only read) to its session, which cuts them into
+/** Hands nMsgLen bytes that a client sent (lpszMsgBuffer, only read) to its session, which cuts them into
  * packets. Give each client's bytes in stream order: calls for one client are serialised, calls for
  * different clients run in parallel. Every whole packet is queued and raises the client's ready count
  * in the pool by one. How the stream is cut, kept exactly as follows:
@@ -467,7 +457,7 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
  * negative, lpszMsgBuffer null with nMsgLen above 0; checked first) and
  * MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address not inserted, or deleted). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuffer, int nMsgLen);
-/* Takes the oldest packet of a client's queue: its first byte into *pSt_FixedHeader, its body block into
+/** Takes the oldest packet of a client's queue: its first byte into *pSt_FixedHeader, its body block into
  * *pptszMsgBuffer (null for a PINGREQ cut as an input of its own) and the body length into
  * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the locks, so
  * another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error in the
@@ -479,60 +469,60 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const 
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
                                               char** pptszMsgBuffer, int* pInt_MsgLen);
 
-/* Lists the clients of pool index nPoolIndex that have packets ready: *pppSt_ListClient receives an
+/** Lists the clients of pool index nPoolIndex that have packets ready: *pppSt_ListClient receives an
  * array of *pInt_ListCount record pointers (address and ready count each), which the caller releases
  * with Keel_OperatorMemory_Free((void***)pppSt_ListClient, *pInt_ListCount). Take each client's
  * packets with MQTTProtocol_Parse_Recv, once per ready packet. Fails with the pool's own code: nothing
  * ready (HOPPER_ERR_NOTREADY, nothing written), a bad index or null pointer, a stale handle. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_GetPool(int nPoolIndex, TAVRIN_HOPPER_TASKEVENT*** pppSt_ListClient,
                                                  int* pInt_ListCount);
-/* Blocks until some client of pool index nPoolIndex has a packet ready or the index is activated.
+/** Blocks until some client of pool index nPoolIndex has a packet ready or the index is activated.
  * nTimeout in milliseconds: negative waits without limit, 0 only tests. No lock of the library is held
  * meanwhile. Fails with the pool's own code: HOPPER_ERR_TIMEOUT, HOPPER_ERR_DESTROYED (the pool was
  * destroyed during the wait), or a bad index or handle. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout);
-/* Wakes every thread waiting on pool index nPoolIndex although nothing is ready (how a host stops its
+/** Wakes every thread waiting on pool index nPoolIndex although nothing is ready (how a host stops its
  * workers); with no waiter, the next wait on that index returns at once, once. Fails with the pool's
  * own code for a bad index or handle. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
 
 #ifdef __cplusplus
-} /* extern "C" */
+} /**< extern "C" */
 
-/* One client's receive session. Made by MQTTProtocol_Parse_Insert and never freed by the library. */
+/** One client's receive session. Made by MQTTProtocol_Parse_Insert and never freed by the library. */
 struct TAVRIN_MQTTPARSE
 {
-    char tszClientAddr[128];                /* the address, NUL-terminated */
-    int nPoolIndex;                         /* the client's pool index, chosen by the pool */
-    std::unique_ptr<std::mutex> pSt_Locker; /* guards the queue and every record in it */
-    /* The packet queue: new packets at the back, the oldest at the front. */
+    char tszClientAddr[128];                /**< the address, NUL-terminated */
+    int nPoolIndex;                         /**< the client's pool index, chosen by the pool */
+    std::unique_ptr<std::mutex> pSt_Locker; /**< guards the queue and every record in it */
+    /** The packet queue: new packets at the back, the oldest at the front. */
     std::unique_ptr<std::list<MQTTPROTOCOL_MSGBUFFER>> pStl_ListPacket;
 
-    /* Sets only the two owning pointers (to null). */
+    /** Sets only the two owning pointers (to null). */
     TAVRIN_MQTTPARSE() = default;
-    /* Copies the address and the index, moves the lock and the queue. */
+    /** Copies the address and the index, moves the lock and the queue. */
     TAVRIN_MQTTPARSE& operator=(TAVRIN_MQTTPARSE&&) = default;
-    /* Releases the queue's nodes (not the blocks they point to), then the lock. */
+    /** Releases the queue's nodes (not the blocks they point to), then the lock. */
     ~TAVRIN_MQTTPARSE() = default;
     TAVRIN_MQTTPARSE(const TAVRIN_MQTTPARSE&) = delete;
     TAVRIN_MQTTPARSE& operator=(const TAVRIN_MQTTPARSE&) = delete;
 };
 
-/* The builder. Its methods are what the MQTTProtocol_Packet_* functions forward to; it has no state. */
+/** The builder. Its methods are what the MQTTProtocol_Packet_* functions forward to; it has no state. */
 class MQTTPROTOCOL_API CMQTTProtocol_Packet
 {
 public:
     CMQTTProtocol_Packet() = default;
     ~CMQTTProtocol_Packet() = default;
 
-    /* See the C function of the same name. */
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_Header(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byType, const char* lpszBody,
                                     int nBodyLen, unsigned char byFlags);
-    /* Encodes nLen as an MQTT variable-length integer into ptszLen and stores the byte count in *pbyLen.
+    /** Encodes nLen as an MQTT variable-length integer into ptszLen and stores the byte count in *pbyLen.
      * No upper bound: a value above 268,435,455 gives a fifth byte, so ptszLen needs 5 bytes. A negative
      * value gives one byte. Always returns true and does not touch the error state. */
     bool MQTTProtocol_Packet_Length(int nLen, unsigned char* ptszLen, unsigned char* pbyLen);
-    /* Writes a property block at ptszMsgBuffer (its one length byte first) and adds the block's size to
+    /** Writes a property block at ptszMsgBuffer (its one length byte first) and adds the block's size to
      * *pInt_MsgLen. A count of zero or less writes the single byte 0x00. Each record is written by its
      * nPropertyLen, never by its identifier: 4 and 2 byte-swap dwValue/wValue IN THE CALLER'S RECORD to
      * network order and write them; 1 writes byValue; any other width copies that many bytes of tszValue
@@ -544,33 +534,40 @@ public:
     bool MQTTProtocol_Packet_Property(char* ptszMsgBuffer, int* pInt_MsgLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                       int nPropertyCount);
 
-    /* See the C function of the same name (each packet builder below). */
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, int* pInt_MsgLen, MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
                                         const char* lpszClientID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                         int nPropertyCount, const char* lpszClientUser, const char* lpszClientPass);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byConnAckFlags,
                                         unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                         int nPropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byReasonCode,
                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, int* pInt_MsgLen, const char* lpszTopicName,
                                         const char* lpszPayload, int nPayloadLen, unsigned short wMsgID,
                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                         unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                         int nPropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                           const char* lpszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                      unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                      int nPropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                             const char* lpszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                             int nPropertyCount);
 };
 
-/* The parser: decoders of every packet type and the per-client receive sessions. */
+/** The parser: decoders of every packet type and the per-client receive sessions. */
 class MQTTPROTOCOL_API CMQTTProtocol_Parse
 {
 public:
@@ -579,12 +576,12 @@ public:
     CMQTTProtocol_Parse(const CMQTTProtocol_Parse&) = delete;
     CMQTTProtocol_Parse& operator=(const CMQTTProtocol_Parse&) = delete;
 
-    /* Decodes the remaining-length field at lpszMsgBuffer, of which nMsgLen bytes may be read: stores
+    /** Decodes the remaining-length field at lpszMsgBuffer, of which nMsgLen bytes may be read: stores
      * the value in *pInt_Length and ADDS the number of bytes consumed (1 to 4) to *pInt_HdrLen. Longer
      * encodings than needed are accepted. Fails with MQTTPROTOCOL_ERR_PARSE_LENGTH, writing neither
      * output, when the field runs past nMsgLen bytes or its fourth byte still has bit 7 set. */
     bool MQTTProtocol_Parse_Length(const char* lpszMsgBuffer, int nMsgLen, int* pInt_Length, int* pInt_HdrLen);
-    /* Decodes the properties of a block (lpszMsgBuffer points behind the block's length byte, nMsgLen is
+    /** Decodes the properties of a block (lpszMsgBuffer points behind the block's length byte, nMsgLen is
      * that length byte) into a list allocated by the Keel allocator, in wire order, and stores its count.
      * Widths come from the identifier: the byte, two- and four-byte integer properties get 1, 2, 4 (two
      * and four bytes converted to host order); every other identifier, unknown ones included, takes
@@ -596,47 +593,63 @@ public:
     bool MQTTProtocol_Parse_Property(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                      int* pInt_PropertyCount);
 
-    /* See the C function of the same name (each packet decoder below). */
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
                                     MQTTPROTOCOL_USERINFO* pSt_UserInfo, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                     int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
                                     char* ptszTopicName, unsigned short* pwMsgID, char* ptszPayload,
                                     int* pInt_PayloadLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                     int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                    unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                    int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
                                       char* ptszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                    unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                    int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
                                        char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                        int* pInt_PropertyCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
                                      unsigned short* pwMsgID, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                      int* pInt_PropertyCount);
 
-    /* See the C functions of the same names. */
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Init(int nPoolCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Destory();
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuffer, int nMsgLen);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
                                  char** pptszMsgBuffer, int* pInt_MsgLen);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_GetPool(int nPoolIndex, TAVRIN_HOPPER_TASKEVENT*** pppSt_ListClient, int* pInt_ListCount);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout);
+    /** See the C function of the same name. */
     bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
 
-    /* The two steps of MQTTProtocol_Parse_Send, for a session whose lock the caller holds (they take no
+    /** The two steps of MQTTProtocol_Parse_Send, for a session whose lock the caller holds (they take no
      * lock and do no lookup). Packet cuts nMsgLen bytes that begin at a packet's first byte; Build adds
      * them to the packet still arriving at the back of the queue and, once that one is whole (or its
      * fixed header can be decoded), cuts the held bytes and the new ones as one input. Results, queued
@@ -645,21 +658,22 @@ public:
      * nothing, when pSt_Session is null, nMsgLen is negative or lpszMsgBuffer is null with nMsgLen above
      * 0; Build also when no packet is arriving at the back of the queue. */
     bool MQTTProtocol_Parse_Packet(TAVRIN_MQTTPARSE* pSt_Session, const char* lpszMsgBuffer, int nMsgLen);
+    /** The second step; see MQTTProtocol_Parse_Packet. */
     bool MQTTProtocol_Parse_Build(TAVRIN_MQTTPARSE* pSt_Session, const char* lpszMsgBuffer, int nMsgLen);
 
 private:
-    /* Destroying the parser frees neither the pool nor the sessions: Delete each client and Destory
+    /** Destroying the parser frees neither the pool nor the sessions: Delete each client and Destory
      * the pool before unloading. */
-    HOPPER_HANDLE hPool = nullptr; /* the readiness pool, null until Init */
-    std::shared_mutex st_Locker;   /* guards stl_MapClient */
-    /* Address -> session. The records are not owned: destroying the table leaves them allocated. */
+    HOPPER_HANDLE hPool = nullptr; /**< the readiness pool, null until Init */
+    std::shared_mutex st_Locker;   /**< guards stl_MapClient */
+    /** Address -> session. The records are not owned: destroying the table leaves them allocated. */
     std::unordered_map<std::string, TAVRIN_MQTTPARSE*> stl_MapClient;
 };
 
-/* The two process-wide instances behind the C functions. */
+/** The two process-wide instances behind the C functions. */
 extern MQTTPROTOCOL_API CMQTTProtocol_Parse m_Parse;
 extern MQTTPROTOCOL_API CMQTTProtocol_Packet m_Packet;
 
-#endif /* __cplusplus */
+#endif /**< __cplusplus */
 
-#endif /* MQTTPROTOCOL_H */
+#endif /**< MQTTPROTOCOL_H */
