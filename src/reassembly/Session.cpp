@@ -25,7 +25,9 @@ bool FindSharedSession(std::shared_mutex& tableLock, const SessionTable& table, 
     if (address == nullptr) {
         return Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     }
-    std::string key;
+    // The table is keyed by strings, so a lookup needs one. Each thread keeps its own and reuses its
+    // storage: Send and Recv allocate only for an address longer than any the thread has looked up.
+    thread_local std::string key;
     if (!MakeSessionKey(address, key)) {
         return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
     }

@@ -11,8 +11,8 @@ namespace mqttprotocol {
 
 using SessionTable = std::unordered_map<std::string, TAVRIN_MQTTPARSE*>;
 
-// Makes the table's key for an address. It is the only allocation a lookup needs, so it is made
-// before any lock is taken; false means memory ran out.
+// Makes the table's key for an address, the only allocation a lookup may need, before any lock is
+// taken; false means memory ran out.
 bool MakeSessionKey(const char* address, std::string& key);
 
 // A session found by Send or Recv, with the shared table lock that keeps it in the table until this

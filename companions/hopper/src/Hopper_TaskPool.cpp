@@ -3,8 +3,9 @@
 // Pools live in a registry keyed by ids that are never reused, and a handle is such an id, so a
 // stale or made-up handle is refused instead of dereferenced. Each pool index has its own lock and
 // condition variable: counting calls for clients of different indexes never contend, and a wait
-// wakes only for its own index. Callers hold shared ownership of a pool for the length of a call,
-// so destroying a pool never frees what a waiter is still using.
+// wakes only for its own index. Each calling thread holds shared ownership of the pool it used
+// last, so destroying a pool never frees what a waiter is still using; a destroyed pool is let go by
+// a thread on its next call.
 #include "Hopper_TaskPool.h"
 
 #include "Keel_OperatorMemory.h"
@@ -20,6 +21,7 @@
 #include <new>
 #include <shared_mutex>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -39,13 +41,25 @@ struct Address
     int readyCount = 0;
 };
 
+// Address tables are searched with the caller's string as it is: no key is built, so a lookup never
+// allocates, however long the address.
+struct AddressHash
+{
+    using is_transparent = void;
+    size_t operator()(std::string_view address) const noexcept { return std::hash<std::string_view>{}(address); }
+};
+template <typename Value>
+using AddressTable = std::unordered_map<std::string, Value, AddressHash, std::equal_to<>>;
+using AddressEntry = AddressTable<Address>::value_type;
+
 // One index: its addresses with their counts, and the ready ones in insertion order for listing.
 struct PoolIndex
 {
     std::mutex lock;
     std::condition_variable wakeup;
-    std::unordered_map<std::string, Address> addresses;
-    std::map<uint64_t, std::string> ready;  // insertion order -> address, counts above zero only
+    AddressTable<Address> addresses;
+    // Insertion order -> the address's entry (entries stay put until erased), counts above zero only.
+    std::map<uint64_t, const AddressEntry*> ready;
     int waiters = 0;
     uint64_t activations = 0;        // bumped to release the threads waiting now
     bool activationPending = false;  // an activation with no waiter, for the next wait
@@ -67,10 +81,20 @@ struct Pool
     // Which index holds each address, and how many each index holds; membershipLock guards these
     // three and is taken before an index's lock.
     std::mutex membershipLock;
-    std::unordered_map<std::string, int> membership;
+    AddressTable<int> membership;
     std::vector<int> addressCounts;
     uint64_t nextInsertionOrder = 0;
 };
+
+// The pool a thread used last, held by that thread: calls nearly always come for the same pool, and
+// finding it again then takes no lock and no reference count. Holding it keeps the pool alive for
+// the length of a call, as the registry's own reference would.
+struct LastPool
+{
+    uintptr_t id = 0;
+    std::shared_ptr<Pool> pool;
+};
+thread_local LastPool t_LastPool;
 
 class Registry
 {
@@ -83,11 +107,20 @@ public:
         return reinterpret_cast<HOPPER_HANDLE>(id);
     }
 
-    std::shared_ptr<Pool> Find(HOPPER_HANDLE handle)
+    // The pool of a live handle, valid until this thread's next Find; null for any other handle.
+    Pool* Find(HOPPER_HANDLE handle)
     {
-        std::shared_lock guard(m_Lock);
-        const auto found = m_Pools.find(reinterpret_cast<uintptr_t>(handle));
-        return found == m_Pools.end() ? nullptr : found->second;
+        const auto id = reinterpret_cast<uintptr_t>(handle);
+        if (t_LastPool.id != id || t_LastPool.pool == nullptr) {
+            std::shared_ptr<Pool> found = Lookup(id);
+            t_LastPool = {id, std::move(found)};  // the pool held before is let go outside the lock
+        }
+        Pool* pool = t_LastPool.pool.get();
+        if (pool != nullptr && pool->destroyed.load()) {
+            t_LastPool = {};
+            return nullptr;
+        }
+        return pool;
     }
 
     std::shared_ptr<Pool> Remove(HOPPER_HANDLE handle)
@@ -103,6 +136,13 @@ public:
     }
 
 private:
+    std::shared_ptr<Pool> Lookup(uintptr_t id)
+    {
+        std::shared_lock guard(m_Lock);
+        const auto found = m_Pools.find(id);
+        return found == m_Pools.end() ? nullptr : found->second;
+    }
+
     std::shared_mutex m_Lock;
     std::unordered_map<uintptr_t, std::shared_ptr<Pool>> m_Pools;
     uintptr_t m_LastId = 0;
@@ -115,7 +155,7 @@ Registry& Pools()
 }
 
 // Resolves a handle and an index, recording the failure when either is bad.
-PoolIndex* FindIndex(const std::shared_ptr<Pool>& pool, int index)
+PoolIndex* FindIndex(const Pool* pool, int index)
 {
     if (pool == nullptr) {
         Fail(HOPPER_ERR_HANDLE);
@@ -153,10 +193,10 @@ bool ListReady(const PoolIndex& index, TAVRIN_HOPPER_TASKEVENT*** events, int* c
         return Fail(HOPPER_ERR_MALLOC);
     }
     int i = 0;
-    for (const auto& [order, address] : index.ready) {
+    for (const auto& [order, entry] : index.ready) {
         TAVRIN_HOPPER_TASKEVENT& event = *(*events)[i++];
-        std::memcpy(event.tszClientAddr, address.c_str(), address.size() + 1);
-        event.nPktCount = index.addresses.at(address).readyCount;
+        std::memcpy(event.tszClientAddr, entry->first.c_str(), entry->first.size() + 1);
+        event.nPktCount = entry->second.readyCount;
     }
     *count = readyCount;
     return true;
@@ -196,7 +236,7 @@ bool WaitOn(Pool& pool, PoolIndex& index, int timeoutMs)
 // Changes the ready count of a known address by +1 or -1, keeping the ready listing in step.
 bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int delta)
 {
-    const auto pool = Pools().Find(handle);
+    Pool* pool = Pools().Find(handle);
     PoolIndex* index = FindIndex(pool, indexNumber);
     if (index == nullptr) {
         return false;
@@ -205,7 +245,7 @@ bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int
         return Fail(HOPPER_ERR_ARGUMENT);
     }
     std::unique_lock guard(index->lock);
-    const auto found = index->addresses.find(address);
+    const auto found = index->addresses.find(std::string_view(address));
     if (found == index->addresses.end()) {
         return Fail(HOPPER_ERR_NOTFOUND);
     }
@@ -215,7 +255,7 @@ bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int
     }
     if (entry.readyCount == 0) {  // an increment that makes the address ready
         try {
-            index->ready.emplace(entry.insertionOrder, found->first);
+            index->ready.emplace(entry.insertionOrder, &*found);
         } catch (const std::bad_alloc&) {
             return Fail(HOPPER_ERR_MALLOC);
         }
@@ -266,7 +306,7 @@ bool Hopper_TaskPool_DestoryEx(HOPPER_HANDLE xhPool)
 
 bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAddr, int* pInt_Index)
 {
-    const auto pool = Pools().Find(xhPool);
+    Pool* pool = Pools().Find(xhPool);
     if (pool == nullptr) {
         return Fail(HOPPER_ERR_HANDLE);
     }
@@ -274,7 +314,7 @@ bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAd
         return Fail(HOPPER_ERR_ARGUMENT);
     }
     std::lock_guard membershipGuard(pool->membershipLock);
-    const auto existing = pool->membership.find(lpszClientAddr);
+    const auto existing = pool->membership.find(std::string_view(lpszClientAddr));
     if (existing != pool->membership.end()) {
         *pInt_Index = existing->second;
         return Fail(HOPPER_ERR_EXISTS);
@@ -296,7 +336,7 @@ bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAd
 
 bool Hopper_TaskPool_AddrDeleteEx(HOPPER_HANDLE xhPool, int nIndex, const char* lpszClientAddr)
 {
-    const auto pool = Pools().Find(xhPool);
+    Pool* pool = Pools().Find(xhPool);
     PoolIndex* index = FindIndex(pool, nIndex);
     if (index == nullptr) {
         return false;
@@ -306,7 +346,7 @@ bool Hopper_TaskPool_AddrDeleteEx(HOPPER_HANDLE xhPool, int nIndex, const char* 
     }
     std::lock_guard membershipGuard(pool->membershipLock);
     std::lock_guard indexGuard(index->lock);
-    const auto found = index->addresses.find(lpszClientAddr);
+    const auto found = index->addresses.find(std::string_view(lpszClientAddr));
     if (found == index->addresses.end()) {
         return Fail(HOPPER_ERR_NOTFOUND);
     }
@@ -330,7 +370,7 @@ bool Hopper_TaskPool_AddrDecEx(HOPPER_HANDLE xhPool, int nIndex, const char* lps
 bool Hopper_TaskPool_AddrGetEx(HOPPER_HANDLE xhPool, int nIndex, TAVRIN_HOPPER_TASKEVENT*** pppSt_Event,
                                int* pInt_Count)
 {
-    const auto pool = Pools().Find(xhPool);
+    Pool* pool = Pools().Find(xhPool);
     PoolIndex* index = FindIndex(pool, nIndex);
     if (index == nullptr) {
         return false;
@@ -347,7 +387,7 @@ bool Hopper_TaskPool_AddrGetEx(HOPPER_HANDLE xhPool, int nIndex, TAVRIN_HOPPER_T
 
 bool Hopper_TaskPool_WaitEventEx(HOPPER_HANDLE xhPool, int nIndex, int nTimeout)
 {
-    const auto pool = Pools().Find(xhPool);
+    Pool* pool = Pools().Find(xhPool);
     PoolIndex* index = FindIndex(pool, nIndex);
     if (index == nullptr) {
         return false;
@@ -357,7 +397,7 @@ bool Hopper_TaskPool_WaitEventEx(HOPPER_HANDLE xhPool, int nIndex, int nTimeout)
 
 bool Hopper_TaskPool_ActiveEventEx(HOPPER_HANDLE xhPool, int nIndex)
 {
-    const auto pool = Pools().Find(xhPool);
+    Pool* pool = Pools().Find(xhPool);
     PoolIndex* index = FindIndex(pool, nIndex);
     if (index == nullptr) {
         return false;

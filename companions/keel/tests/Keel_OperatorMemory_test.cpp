@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 TEST(KeelOperatorMemory, AllocatesZeroedRecordsAndFreesThem)
@@ -12,10 +14,16 @@ TEST(KeelOperatorMemory, AllocatesZeroedRecordsAndFreesThem)
     const char zeros[268] = {};
     for (int i = 0; i < 3; i++) {
         ASSERT_NE(list[i], nullptr);
+        EXPECT_EQ(reinterpret_cast<uintptr_t>(list[i]) % alignof(std::max_align_t), 0u) << i;
         EXPECT_EQ(std::memcmp(list[i], zeros, sizeof(zeros)), 0);
-        std::memset(list[i], 0xAB, sizeof(zeros));  // the whole record is writable
+        std::memset(list[i], 0xA0 + i, sizeof(zeros));  // the whole record is writable
     }
-    EXPECT_NE(list[0], list[1]);
+    // Records share one allocation with the array: none overlaps another or the pointers.
+    for (int i = 0; i < 3; i++) {
+        const auto* record = static_cast<const unsigned char*>(list[i]);
+        EXPECT_EQ(record[0], 0xA0 + i);
+        EXPECT_EQ(record[sizeof(zeros) - 1], 0xA0 + i);
+    }
     Keel_OperatorMemory_Free(&list, 3);
     EXPECT_EQ(list, nullptr);
 }
