@@ -30,10 +30,10 @@ constexpr int kShortPartialCapacity = kHeaderThreshold - 1;
 constexpr int kMaxFixedHeader = 5;
 constexpr int kPingreqSize = 2;
 // A packet of this size or more waits in the block it will be delivered in. Its bytes would
-// otherwise be written twice into fresh pages (a buffer this large is heap the allocator trims away
-// again) and copied once more. A smaller one waits in a buffer of its own size, so that a client
-// that stalls in the middle of it holds neither a block's address space nor a mapping.
-constexpr int kHeldInBlockFrom = 1024 * 1024;
+// otherwise be written twice into fresh pages (a buffer this large is a fresh mapping, or heap the
+// allocator trims away again) and copied once more; a smaller one waits in a buffer of its own size,
+// so that a client that stalls in the middle of it holds no block.
+constexpr int kHeldInBlockFrom = 64 * 1024;
 
 constexpr int kTypePingreq = 12;
 constexpr int kTypeSubscribe = 8;
