@@ -167,12 +167,8 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  *   records of MQTTProtocol_Parse_Insert are the only memory the library deliberately never frees
  *   (see MQTTProtocol_Parse_Insert and MQTTProtocol_Parse_Delete).
  * - A packet still arriving is held in a buffer of its own size (3 bytes while its fixed header cannot
- *   be decoded yet), and the bytes that follow it in the piece that completes it are cut straight from
- *   the caller's data: a piece of any length is never copied into a fixed-size buffer. A packet of
- *   64 KiB or more whose bytes fit a block waits in the block it will be delivered in instead (its
- *   bytes from the first byte on, as in any buffer), and its body is moved to the block's start when
- *   it is whole: its bytes then reach fresh memory once rather than twice. So a client that stops in
- *   the middle of such a packet holds a block until it goes on or is deleted.
+ *   be decoded yet), never in a block, and the bytes that follow it in the piece that completes it are
+ *   cut straight from the caller's data: a piece of any length is never copied into a fixed-size buffer.
  * - Null addresses, a negative byte count, a null data pointer with a positive count, an address of
  *   128 bytes or more (Insert) and null out-pointers (Recv) are refused with
  *   MQTTPROTOCOL_ERR_PARSE_ARGUMENT before anything else happens.
@@ -187,8 +183,7 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  *   complete       true          true          a block: the body only                    body length  packet size
  *   short PINGREQ  true          true          nothing (null)                            0            2
  *   body partial   true          false         the bytes so far from the first byte, in  bytes held   packet size
- *                                              a buffer of the packet's size (from 64 KiB
- *                                              on, the block it will be delivered in)
+ *                                              a buffer of the packet's size
  *   short partial  false         false         the 0 to 3 bytes so far, in 3 bytes      bytes held   4
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct

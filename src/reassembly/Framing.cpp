@@ -29,11 +29,6 @@ constexpr int kShortPartialCapacity = kHeaderThreshold - 1;
 // The first byte and at most four remaining-length bytes.
 constexpr int kMaxFixedHeader = 5;
 constexpr int kPingreqSize = 2;
-// A packet of this size or more waits in the block it will be delivered in. Its bytes would
-// otherwise be written twice into fresh pages (a buffer this large is a fresh mapping, or heap the
-// allocator trims away again) and copied once more; a smaller one waits in a buffer of its own size,
-// so that a client that stalls in the middle of it holds no block.
-constexpr int kHeldInBlockFrom = 64 * 1024;
 
 constexpr int kTypePingreq = 12;
 constexpr int kTypeSubscribe = 8;
@@ -60,20 +55,6 @@ bool FlagsRefused(uint8_t first)
 bool ValidBytes(const char* data, int size) { return size >= 0 && (data != nullptr || size == 0); }
 
 bool IsArriving(const MQTTPROTOCOL_MSGBUFFER& record) { return !record.bHeaderReady || !record.bPacketReady; }
-
-// Whether a packet still arriving waits in its delivery block: its fixed header is decoded, it is
-// large, and its bytes, fixed header included, fit a block.
-bool HeldInBlock(const MQTTPROTOCOL_MSGBUFFER& record)
-{
-    return record.bHeaderReady && record.nPktLen >= kHeldInBlockFrom &&
-           record.nPktLen <= MQTTPROTOCOL_PACKET_BLOCK_SIZE;
-}
-
-char* AllocateHeld(const MQTTPROTOCOL_MSGBUFFER& record, int capacity)
-{
-    return HeldInBlock(record) ? mqttprotocol::AllocatePacketBlock()
-                               : static_cast<char*>(std::malloc(static_cast<size_t>(capacity)));
-}
 
 bool EndsWithArrivingPacket(const TAVRIN_MQTTPARSE& session)
 {
@@ -148,48 +129,7 @@ public:
         return first.result;
     }
 
-    // Completes the packet waiting in its delivery block at the back of the queue, which the input
-    // of data completes: what cutting the held bytes and data as one input would do, without moving
-    // the packet's bytes to a new block. The missing bytes are added, the body is moved to the
-    // block's start with zeros behind it, the record becomes whole in place, and the bytes that
-    // follow are cut as a new input. The result is the completed packet's.
-    bool FinishInBlock(const char* data, int size)
-    {
-        ClearError();
-        MQTTPROTOCOL_MSGBUFFER& held = m_Session.pStl_ListPacket->back();
-        const int missing = held.nPktLen - held.nMsgLen;
-        const auto first = static_cast<uint8_t>(held.ptszMsgBuffer[0]);
-        if (FlagsRefused(first)) {
-            std::free(held.ptszMsgBuffer);
-            m_Session.pStl_ListPacket->pop_back();
-            return Fail(MQTTPROTOCOL_ERR_PARSE_HDRFLAGS);
-        }
-        CopyBytes(held.ptszMsgBuffer + held.nMsgLen, data, missing);
-        MakeWhole(held);
-        CountReady();
-        if (size > missing) {
-            CutAll(CutInput(nullptr, 0, data + missing, size - missing));
-        }
-        return true;
-    }
-
 private:
-    // Turns a packet whose bytes are all in its block, from the first byte on, into a whole record
-    // (its first byte is already the record's): the body moved to the block's start and zeros behind
-    // it, as in every delivered block.
-    void MakeWhole(MQTTPROTOCOL_MSGBUFFER& held)
-    {
-        char* block = held.ptszMsgBuffer;
-        int remaining = 0;
-        int headerSize = 1;
-        // Decoded when the packet began to arrive, so it decodes again: the block holds every byte.
-        m_Parser.MQTTProtocol_Parse_Length(block + 1, kMaxFixedHeader - 1, &remaining, &headerSize);
-        std::memmove(block, block + headerSize, static_cast<size_t>(remaining));
-        std::memset(block + remaining, 0, static_cast<size_t>(headerSize));
-        held.nMsgLen = remaining;
-        held.bPacketReady = true;
-    }
-
     struct Round
     {
         bool result;
@@ -275,7 +215,7 @@ private:
     // Queues a packet still arriving with all the input's bytes, in a buffer of the given capacity.
     bool QueueHeld(MQTTPROTOCOL_MSGBUFFER& record, const CutInput& input, int capacity)
     {
-        record.ptszMsgBuffer = AllocateHeld(record, capacity);
+        record.ptszMsgBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(capacity)));
         if (record.ptszMsgBuffer == nullptr) {
             return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
         }
@@ -290,11 +230,9 @@ private:
         if (!Queue(record)) {
             return false;
         }
-        CountReady();
+        Hopper_TaskPool_AddrIncEx(m_Pool, m_Session.nPoolIndex, m_Session.tszClientAddr);
         return true;
     }
-
-    void CountReady() { Hopper_TaskPool_AddrIncEx(m_Pool, m_Session.nPoolIndex, m_Session.tszClientAddr); }
 
     bool Queue(const MQTTPROTOCOL_MSGBUFFER& record)
     {
@@ -356,9 +294,6 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Build(TAVRIN_MQTTPARSE* pSt_Session
         CopyBytes(arriving.ptszMsgBuffer + arriving.nMsgLen, lpszMsgBuffer, nMsgLen);
         arriving.nMsgLen += nMsgLen;
         return true;
-    }
-    if (HeldInBlock(arriving)) {
-        return Framer(*this, hPool, *pSt_Session).FinishInBlock(lpszMsgBuffer, nMsgLen);
     }
     // The packet is whole, or its fixed header can now be decoded: the held bytes and the new ones
     // are cut again from the packet's first byte, as one input.
