@@ -6,6 +6,7 @@
 #include "FuzzSupport.h"
 
 #include "MQTTProtocol.h"
+#include "reassembly/PoolCounts.h"
 #include "reassembly/ReferenceFraming.h"
 
 #include <cstdlib>
@@ -24,19 +25,6 @@ const std::string& Address(int client)
 {
     static const std::string addresses[kClientCount] = {"127.0.0.1:1883", "[::1]:50000", "client-3"};
     return addresses[client];
-}
-
-std::map<std::string, int> ReadyCounts()
-{
-    std::map<std::string, int> counts;
-    for (int index = 0; index < kPoolCount; index++) {
-        TAVRIN_HOPPER_TASKEVENT** events = nullptr;
-        int count = 0;
-        if (!MQTTProtocol_Parse_GetPool(index, &events, &count)) continue;
-        for (int i = 0; i < count; i++) counts[events[i]->tszClientAddr] = events[i]->nPktCount;
-        Keel_OperatorMemory_Free(reinterpret_cast<void***>(&events), count);
-    }
-    return counts;
 }
 
 class Script
@@ -121,7 +109,7 @@ private:
     // Listing the pool is an operation of its own: the model takes over the error state it leaves.
     void CheckReadyCounts()
     {
-        const auto counts = ReadyCounts();
+        const auto counts = mqtttest::ReadyCounts(kPoolCount);
         for (int client = 0; client < kClientCount; client++) {
             const auto found = counts.find(Address(client));
             REQUIRE((found == counts.end() ? 0 : found->second) == m_Model.ReadyCount(Address(client)));

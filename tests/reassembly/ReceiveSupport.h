@@ -3,6 +3,7 @@
 #pragma once
 
 #include "TestSupport.h"
+#include "reassembly/PoolCounts.h"
 
 #include <algorithm>
 #include <atomic>
@@ -94,21 +95,6 @@ inline Taken Take(const char* address, bool checkWholeBlock = false)
     }
     std::free(body);
     return taken;
-}
-
-// The pool's ready counts of every listed client over indexes 0 .. indexCount - 1. Listing is an
-// operation of its own: it clears the error flag, and sets it when nothing is ready.
-inline std::map<std::string, int> ReadyCounts(int indexCount)
-{
-    std::map<std::string, int> counts;
-    for (int index = 0; index < indexCount; index++) {
-        TAVRIN_HOPPER_TASKEVENT** events = nullptr;
-        int count = 0;
-        if (!MQTTProtocol_Parse_GetPool(index, &events, &count)) continue;
-        for (int i = 0; i < count; i++) counts[events[i]->tszClientAddr] = events[i]->nPktCount;
-        Keel_OperatorMemory_Free(reinterpret_cast<void***>(&events), count);
-    }
-    return counts;
 }
 
 inline int ReadyCount(const std::string& address, int indexCount)
