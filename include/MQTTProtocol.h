@@ -404,14 +404,15 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Destory(void);
 /** Opens a session for a client address (NUL-terminated, at most 127 bytes, compared byte for byte),
  * enters the address into the pool, which picks its pool index, and makes it known to Send and Recv.
  * Kept on purpose: an address already present is not looked up first. The call returns true, the first
- * session with everything queued in it stays the one in use, and the new session record stays
- * allocated and unreachable.
+ * session with everything queued in it stays the one in use, the new session record stays
+ * allocated and unreachable, and the pool holds the address once more. So a reconnect may insert the
+ * new session while the old one's Delete is under way: the pool keeps counting the session left.
  * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null or 128 bytes or more; nothing
  * happens) or MQTTPROTOCOL_ERR_PARSE_MALLOC (out of memory; nothing happens, except that the pool may
  * keep the address when the table itself could not grow). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
 /** Closes a client's session: frees every body block and buffer still queued in it, drops its queue,
- * removes the address from the pool and from the table. The session record itself (its lock and empty
+ * removes one of the address's pool entries with its ready count, and removes it from the table. The session record itself (its lock and empty
  * queue) is deliberately not freed: a host that opens and closes very many sessions grows by one record
  * each time. Returns true always; an unknown or null address changes nothing and leaves the flag false.
  * Should memory for the lookup run out, nothing is deleted and the flag is set with
