@@ -170,7 +170,7 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  *   be decoded yet), never in a block, and the bytes that follow it in the piece that completes it are
  *   cut straight from the caller's data: a piece of any length is never copied into a fixed-size buffer.
  * - Null addresses, a negative byte count, a null data pointer with a positive count, an address of
- *   128 bytes or more (Insert) and null out-pointers (Recv) are refused with
+ *   128 bytes or more (Insert) are refused with
  *   MQTTPROTOCOL_ERR_PARSE_ARGUMENT before anything else happens.
  */
 
@@ -454,13 +454,15 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuffer, int nMsgLen);
 /** Takes the oldest packet of a client's queue: its first byte into *pSt_FixedHeader, its body block into
  * *pptszMsgBuffer (null for a PINGREQ cut as an input of its own) and the body length into
- * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the locks, so
- * another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error in the
- * data). The host owns the block and frees it with free(). One packet per call.
- * Fails, writing nothing and leaving the count alone, with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (any argument
- * null; checked first), MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address unknown),
- * MQTTPROTOCOL_ERR_PARSE_EMPTY (queue empty) or MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE (the oldest packet
- * is still arriving). */
+ * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the session's
+ * lock, so another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error
+ * in the data; a Delete of the address waits for it, so it never lands on a later session). The host
+ * owns the block and frees it with free(). One packet per call.
+ * Fails, writing nothing and leaving the queue and the count alone, with, in the order checked,
+ * MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null), MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address
+ * unknown), MQTTPROTOCOL_ERR_PARSE_EMPTY (queue empty), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE (the oldest
+ * packet is still arriving), whatever the out-pointers are, and MQTTPROTOCOL_ERR_PARSE_ARGUMENT (an
+ * out-pointer null when there is a packet to write through it). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
                                               char** pptszMsgBuffer, int* pInt_MsgLen);
 
