@@ -3,11 +3,39 @@
 #include "frame/ErrorState.h"
 #include "reassembly/SessionTable.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 
+namespace {
+
+// glibc's reader/writer lock lets new readers in while a writer waits, so threads that loop on Send
+// and Recv would keep Insert and Delete out for as long as they loop. A writer therefore announces
+// itself and holds a turnstile while it waits for the table; readers that come meanwhile pass the
+// turnstile first and so queue behind it, and the writer waits only for the readers already inside.
+// With no writer waiting, a reader pays one atomic load. One turnstile serves every table of the
+// process: a writer of one holds back the readers of another only while it waits.
+struct WriterTurnstile
+{
+    std::atomic<int> waiting{0};
+    std::mutex gate;
+};
+WriterTurnstile g_Turnstile;
+
+}  // namespace
+
 namespace mqttprotocol {
+
+std::unique_lock<std::shared_mutex> LockTableExclusive(std::shared_mutex& tableLock)
+{
+    g_Turnstile.waiting.fetch_add(1);
+    std::lock_guard gate(g_Turnstile.gate);
+    std::unique_lock lock(tableLock);
+    g_Turnstile.waiting.fetch_sub(1);
+    return lock;
+}
 
 bool MakeSessionKey(const char* address, std::string& key)
 {
@@ -30,6 +58,9 @@ bool FindSharedSession(std::shared_mutex& tableLock, const SessionTable& table, 
     thread_local std::string key;
     if (!MakeSessionKey(address, key)) {
         return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+    }
+    if (g_Turnstile.waiting.load() > 0) {
+        std::lock_guard pass(g_Turnstile.gate);
     }
     std::shared_lock lock(tableLock);
     const auto entry = table.find(key);
@@ -82,7 +113,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Insert(const char* lpszClientAddr)
     // The pool writes the index into the record before the record becomes visible to other threads.
     Hopper_TaskPool_AddrInsertEx(hPool, lpszClientAddr, &session->nPoolIndex);
 
-    std::unique_lock tableLock(st_Locker);
+    const auto tableLock = mqttprotocol::LockTableExclusive(st_Locker);
     try {
         // An address already present keeps its first session; this record then stays allocated and
         // unreachable. That is the library's behaviour: Insert does not look the address up first.
@@ -105,7 +136,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Delete(const char* lpszClientAddr)
         mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
         return true;
     }
-    std::unique_lock tableLock(st_Locker);
+    const auto tableLock = mqttprotocol::LockTableExclusive(st_Locker);
     const auto entry = stl_MapClient.find(key);
     if (entry == stl_MapClient.end()) {
         return true;
