@@ -54,13 +54,16 @@
  */
 /** A builder's output buffer or output-length pointer is null. */
 #define MQTTPROTOCOL_ERR_PACKET_ARGUMENT 0x070B0000ULL
-/** A decoder's body pointer is null. */
+/** A null or out-of-range argument of the parser side: a decoder's body pointer; Insert's address
+ * (null, or 128 bytes or more); Send's address or bytes; Recv's address, or an out-pointer when there
+ * is a packet to write through it; a session or bytes given to Packet or Build. */
 #define MQTTPROTOCOL_ERR_PARSE_ARGUMENT 0x070B1000ULL
 /** A CONNECT's protocol level is not 5. */
 #define MQTTPROTOCOL_ERR_PARSE_VERSION 0x070B1001ULL
 /** A complete SUBSCRIBE or UNSUBSCRIBE arrived whose fixed-header flags are not 2. */
 #define MQTTPROTOCOL_ERR_PARSE_HDRFLAGS 0x070B1002ULL
-/** A remaining length runs past the bytes given, or would need a fifth byte. */
+/** A remaining length runs past the bytes given, or would need a fifth byte; or Send met a packet
+ * whose remaining length is above MQTTPROTOCOL_PACKET_BLOCK_SIZE (0xA00000) and refused it. */
 #define MQTTPROTOCOL_ERR_PARSE_LENGTH 0x070B1004ULL
 /** Out of memory. */
 #define MQTTPROTOCOL_ERR_PARSE_MALLOC 0x070B1005ULL
@@ -583,7 +586,9 @@ public:
      * Widths come from the identifier: the byte, two- and four-byte integer properties get 1, 2, 4 (two
      * and four bytes converted to host order); every other identifier, unknown ones included, takes
      * the rest of the block, so a string property swallows the properties behind it. A value is copied
-     * into tszValue up to its 260 bytes, the rest of tszValue is zero. At least one property is always
+     * into tszValue up to its 260 bytes, the rest of tszValue is zero; but a rest of the block of
+     * exactly 2 or 4 bytes is read as an integer and converted to host order like one, so a
+     * two-character string comes back with its bytes reversed. At least one property is always
      * decoded, even for nMsgLen <= 0. A fixed-width value near the end is read in full, up to 4 bytes
      * past the block: the caller guarantees them readable (bodies from MQTTProtocol_Parse_Recv are).
      * Always returns true; if the list cannot be allocated the count is set to 0 and the list untouched. */
