@@ -27,8 +27,9 @@ struct SharedSession
     TAVRIN_MQTTPARSE* session = nullptr;
 };
 
-// Looks an address up under the shared table lock, taken behind any Insert or Delete waiting for it. Fails, holding no lock, with the argument code
-// for a null address, the out-of-memory code when the key cannot be made, and the not-found code.
+// Looks an address up under the shared table lock, taken behind any Insert or Delete waiting for it.
+// Fails, holding no lock, with the argument code for a null address, the out-of-memory code when the
+// key cannot be made, and the not-found code.
 bool FindSharedSession(std::shared_mutex& tableLock, const SessionTable& table, const char* address,
                        SharedSession& found);
 
