@@ -15,7 +15,8 @@ static const char usage_text[] =
     "(cpu_pct: the generator's own CPU time over the run; near 100 it is the bottleneck) and exits 0.\n"
     "It exits 1 when a message is missing, repeated or out of order, the broker refuses or drops a\n"
     "connection, or the run times out (the reason on stderr), and 2 on bad options.\n"
-    "  --port N            the broker's port (required)\n"
+    "  --port N            the broker's port (required); a refused connection is tried again for\n"
+    "                      5 seconds, while the broker starts\n"
     "  --publishers N      publishing connections, each on topic lg/<pid>/<n> (1-500, default 1)\n"
     "  --subscribers N     connections subscribed to lg/<pid>/# (1-500, default 1)\n"
     "  --qos N             0, 1 or 2, for publications and subscriptions (default 0)\n"
@@ -98,8 +99,9 @@ static int parse_options(int argc, char** argv, Options* options)
             options->fault = strcmp(optarg, "drop") == 0 ? FAULT_DROP : FAULT_DUPLICATE;
             continue;
         }
-        if (option == '?') {
-            return usage_error("%s", "unknown option or missing value");
+        if (option == '?') { /* getopt_long has said which */
+            fputs("Try 'mqtt_loadgen --help'.\n", stderr);
+            return 2;
         }
         const Range* range = &ranges[option - OPT_PORT];
         long value = 0;
