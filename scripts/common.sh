@@ -3,4 +3,4 @@
 # libbenchmark-dev: the benchmark programs, built in the default and clang builds too).
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 BUILD_PACKAGES=(cmake ninja-build g++ clang libclang-rt-14-dev libgtest-dev libgmock-dev libbenchmark-dev pkg-config
-  valgrind doxygen mosquitto mosquitto-clients)
+  valgrind doxygen mosquitto mosquitto-clients python3-paho-mqtt)
