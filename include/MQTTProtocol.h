@@ -138,52 +138,76 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * MQTTProtocol_Parse_Recv; MQTTProtocol_Parse_ActiveEvent wakes them to stop. A connection that goes
  * away is removed with MQTTProtocol_Parse_Delete; MQTTProtocol_Parse_Destory ends the pool. Nothing
  * checks this order: the receive operations pass whatever pool handle there is to the pool.
- * Packet bodies. Every packet is delivered with its body in a block of exactly
- * MQTTPROTOCOL_PACKET_BLOCK_SIZE bytes from calloc, whatever the body's length: the body at its
- * start, zeros after it (decoders may read past a body's end within its block). The host owns a
- * delivered block and releases it with free(). The only packet without a block is a two-byte PINGREQ
- * cut as an input of its own (see MQTTProtocol_Parse_Send): its body pointer is null. What this means
- * for a host:
- * - every queued or delivered packet, a PINGREQ as much as a 10 MiB PUBLISH, holds 10 MiB of address
- *   space and, on Linux, one memory mapping of its own until its body is freed. A process has 65,530
- *   mappings by default (vm.max_map_count): take packets promptly and free each body as soon as it is
- *   decoded. A client that sends 50,000 PINGREQs in one burst holds 50,000 mappings until they are taken.
- * - a block is made of fresh zero pages of the kernel: only the pages a body fills cost memory.
- * What the library does to the host process. So that a block costs about 14 us (fresh pages from
- * the kernel) rather than about 120 us (the allocator clearing 10 MiB), the library calls glibc's
- * mallopt(M_MMAP_THRESHOLD, MQTTPROTOCOL_PACKET_BLOCK_SIZE) once, just before it makes its first block.
- * From then on glibc serves every allocation of 10 MiB or more in the process, the host's included,
- * with a mapping of its own, and no longer moves that threshold by itself (left alone, it would rise
- * above 10 MiB when the first block is freed, and every later block would come from the heap and be
- * cleared by hand). Allocations below 10 MiB come from the heap, as glibc's own adjustment would have
- * arranged after the first large free. The call replaces a threshold the host set before; one the
- * host sets afterwards stays, and blocks are then still right but may cost the clearing.
- * Under a sanitizer's allocator the call changes nothing.
+ * Body modes. Where a delivered body lives is chosen for the whole process by
+ * MQTTProtocol_Parse_BodyMode; either way the host owns a delivered body and releases it with
+ * free(), and the only packet without a body is a two-byte PINGREQ cut as an input of its own (see
+ * MQTTProtocol_Parse_Send): its body pointer is null.
+ * - MQTTPROTOCOL_BODY_BLOCK, the default: every body comes in a block of exactly
+ *   MQTTPROTOCOL_PACKET_BLOCK_SIZE bytes from calloc, the body at its start and zeros after it, so
+ *   decoders may read past a body's end within its block. Each queued or delivered complete packet,
+ *   a PINGREQ as much as a 10 MiB PUBLISH, holds 10 MiB of address space and, on Linux, a memory
+ *   mapping of its own until its body is freed (the kernel merges neighbouring ones, but the
+ *   process's limit, vm.max_map_count, is 65,530 by default): take packets promptly and free each
+ *   body once decoded. Only the pages a body fills cost memory. Making and freeing a block costs a
+ *   mapping and an unmapping in the kernel (several microseconds, more when another thread frees it,
+ *   as every CPU that ran the host must then drop the mapping from its TLB).
+ * - MQTTPROTOCOL_BODY_COMPACT: every body comes in a block from malloc of exactly its length (1 byte
+ *   for a body of length 0). What it asks of a host: pass every decoder the length that
+ *   MQTTProtocol_Parse_Recv handed out with the body; decoders then read nothing beyond it (bytes
+ *   beyond it read as zero, as the block's zeros would), and give the same outputs as in block mode.
+ *   What it frees a host from: 10 MiB of address space and a mapping per packet, the ceiling of
+ *   65,530 mappings, and the unmapping on free. Choose it for any new host; stay with block mode only
+ *   where code reads bodies beyond their length.
+ * In both modes a packet still arriving waits in a buffer of its own size, never in a block, and a
+ * large packet's body bytes go straight to where they will be delivered from: in compact mode the
+ * buffer becomes the delivered block itself, so the body is copied once.
+ * What block mode does to the host process. So that a block costs about 14 us (fresh pages from the
+ * kernel) rather than about 120 us (the allocator clearing 10 MiB), the library calls glibc's
+ * mallopt(M_MMAP_THRESHOLD, MQTTPROTOCOL_PACKET_BLOCK_SIZE) and mallopt(M_MMAP_MAX, INT_MAX) once,
+ * just before it makes its first block. From then on glibc serves every allocation of 10 MiB or more
+ * in the process, the host's included, with a mapping of its own, no longer moves that threshold by
+ * itself (left alone, it would rise above 10 MiB when the first block is freed, and every later block
+ * would come from the heap and be cleared by hand), and no longer stops at 65,536 mappings (past that
+ * count it would take blocks from the heap, where they stay once freed: a burst of 70,000 PINGREQs
+ * would make every later block cost 10 MiB of resident memory). Allocations below 10 MiB come from
+ * the heap, as glibc's own adjustment would have arranged after the first large free. The calls
+ * replace settings the host made before; settings the host makes afterwards stay, and blocks are then
+ * still right but may cost the clearing. Under a sanitizer's allocator they change nothing. A host
+ * that only ever uses compact mode never has them made.
  * Where the receive algorithm leaves room, this library decides:
  * - A remaining length above MQTTPROTOCOL_PACKET_BLOCK_SIZE cannot fit a block: such a packet is
  *   refused with MQTTPROTOCOL_ERR_PARSE_LENGTH as soon as its fixed header is cut, and it and the rest
- *   of its input are dropped, reported as a bad SUBSCRIBE is (see MQTTProtocol_Parse_Send).
- * - A refused packet (bad SUBSCRIBE/UNSUBSCRIBE flags, too long) gets no block at all, so the session
- *   records of MQTTProtocol_Parse_Insert are the only memory the library deliberately never frees
- *   (see MQTTProtocol_Parse_Insert and MQTTProtocol_Parse_Delete).
- * - A packet still arriving is held in a buffer of its own size (3 bytes while its fixed header cannot
- *   be decoded yet), never in a block, and the bytes that follow it in the piece that completes it are
- *   cut straight from the caller's data: a piece of any length is never copied into a fixed-size buffer.
- * - Null addresses, a negative byte count, a null data pointer with a positive count, an address of
- *   128 bytes or more (Insert) and null out-pointers (Recv) are refused with
- *   MQTTPROTOCOL_ERR_PARSE_ARGUMENT before anything else happens.
+ *   of its input are dropped, reported as a bad SUBSCRIBE is (see MQTTProtocol_Parse_Send). So is a
+ *   piece that would make the bytes of one input count more than an int holds (a piece of nearly
+ *   2 GiB behind the 1 to 3 bytes of a packet whose fixed header is still incomplete): it and those
+ *   bytes are dropped.
+ * - Null addresses, a negative byte count, a null data pointer with a positive count and an address
+ *   of 128 bytes or more (Insert) are refused with MQTTPROTOCOL_ERR_PARSE_ARGUMENT before anything
+ *   else happens.
+ * Where this library departs from the receive algorithm, to hold less memory: a refused packet (bad
+ * SUBSCRIBE/UNSUBSCRIBE flags, too long) gets no block at all, so the session records of
+ * MQTTProtocol_Parse_Insert are the only memory the library never frees (see MQTTProtocol_Parse_Insert
+ * and MQTTProtocol_Parse_Delete); a packet still arriving is held as described above, and the bytes
+ * that follow it in the piece that completes it are cut straight from the caller's data.
  */
 
-/** The size of every packet body block: 10 MiB. */
+/** The size of every packet body block in block mode: 10 MiB. */
 #define MQTTPROTOCOL_PACKET_BLOCK_SIZE 0xA00000
+
+/** Body mode (MQTTProtocol_Parse_BodyMode): every body in a zero-filled block of
+ * MQTTPROTOCOL_PACKET_BLOCK_SIZE bytes. The default. */
+#define MQTTPROTOCOL_BODY_BLOCK 0
+/** Body mode (MQTTProtocol_Parse_BodyMode): every body in a block of exactly its length. */
+#define MQTTPROTOCOL_BODY_COMPACT 1
 
 /** One packet of a session's queue, complete or still arriving. Only complete records are ever handed
  * out; a queue holds at most one that is not, at its back. Its forms:
  *   form           bHeaderReady  bPacketReady  ptszMsgBuffer holds                       nMsgLen      nPktLen
  *   complete       true          true          a block: the body only                    body length  packet size
  *   short PINGREQ  true          true          nothing (null)                            0            2
- *   body partial   true          false         the bytes so far from the first byte, in  bytes held   packet size
- *                                              a buffer of the packet's size
+ *   body partial   true          false         the body bytes so far at its start and    bytes held   packet size
+ *                                              the fixed header's size in its last byte,
+ *                                              in a buffer of the packet's size
  *   short partial  false         false         the 0 to 3 bytes so far, in 3 bytes      bytes held   4
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct
@@ -480,6 +504,14 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout)
  * own code for a bad index or handle. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
 
+/** Chooses, for the whole process, the block every packet completed from now on is delivered in:
+ * MQTTPROTOCOL_BODY_BLOCK (the default) or MQTTPROTOCOL_BODY_COMPACT; see "Body modes" above. May be
+ * called at any time, from any thread; packets already queued keep the block they have. Decoders
+ * read the mode when they run: a body delivered in compact mode must be decoded while compact mode
+ * is in force, and given the length Recv handed out with it.
+ * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT, changing nothing, for any other value. */
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_BodyMode(int nBodyMode);
+
 #ifdef __cplusplus
 } /**< extern "C" */
 
@@ -642,6 +674,8 @@ public:
     bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout);
     /** See the C function of the same name. */
     bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex);
+    /** See the C function of the same name. */
+    bool MQTTProtocol_Parse_BodyMode(int nBodyMode);
 
     /** The two steps of MQTTProtocol_Parse_Send, for a session whose lock the caller holds (they take no
      * lock and do no lookup). Packet cuts nMsgLen bytes that begin at a packet's first byte; Build adds

@@ -89,6 +89,16 @@ int main(void)
     CHECK(received.byMsgType == 12 && packetBody == NULL && bodyLength == 0);
     CHECK(!MQTTProtocol_Parse_Recv("c-host", &received, &packetBody, &bodyLength));
     CHECK(MQTTProtocol_dwErrorCode == MQTTPROTOCOL_ERR_PARSE_EMPTY);
+
+    /* Compact bodies: the same PUBLISH comes out in a block of exactly its length. */
+    CHECK(!MQTTProtocol_Parse_BodyMode(2) && MQTTProtocol_dwErrorCode == MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    CHECK(MQTTProtocol_Parse_BodyMode(MQTTPROTOCOL_BODY_COMPACT));
+    CHECK(MQTTProtocol_Parse_Send("c-host", stream, 5));
+    CHECK(MQTTProtocol_Parse_Recv("c-host", &received, &packetBody, &bodyLength));
+    CHECK(received.byMsgType == 3 && bodyLength == 3 && memcmp(packetBody, "abc", 3) == 0);
+    free(packetBody);
+    CHECK(MQTTProtocol_Parse_BodyMode(MQTTPROTOCOL_BODY_BLOCK));
+
     CHECK(MQTTProtocol_Parse_ActiveEvent(0));
     CHECK(MQTTProtocol_Parse_Delete("c-host"));
     CHECK(MQTTProtocol_Parse_Destory());

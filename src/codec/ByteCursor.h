@@ -1,8 +1,10 @@
 // A cursor over a packet buffer: every builder writes and every decoder reads through it, so each
 // packet file reads like the wire layout of its packet. Multi-byte integers are big-endian on the wire.
-// Neither cursor checks a capacity: the buffers' sizes are the callers' contract.
+// The writer checks no capacity: the buffer's size is the caller's contract. The reader stops at the
+// body's end where the body mode gives it one.
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -67,12 +69,20 @@ private:
     int m_Position;
 };
 
+// Reads a body up to its end: every byte at or beyond the end reads as zero, exactly as the zeros
+// behind a body in its block would. A body in a block has no end of its own (see ReadableEnd), so
+// there the reader reads on into the block as the caller's contract allows.
 class ByteReader
 {
 public:
-    explicit ByteReader(const char* buffer, int position = 0) : m_Buffer(buffer), m_Position(position) {}
+    ByteReader(const char* buffer, int end, int position = 0) : m_Buffer(buffer), m_End(end), m_Position(position) {}
 
-    uint8_t GetU8() { return static_cast<uint8_t>(m_Buffer[m_Position++]); }
+    uint8_t GetU8()
+    {
+        const uint8_t value = At(m_Position);
+        m_Position++;
+        return value;
+    }
     uint16_t GetU16()
     {
         uint16_t value;
@@ -85,13 +95,20 @@ public:
         GetBytes(&value, sizeof(value));
         return NetworkOrder32(value);
     }
-    // Copies count bytes out; a count of zero or less reads nothing.
+    // Copies count bytes out, zeros for those beyond the end; a count of zero or less reads nothing.
     void GetBytes(void* destination, int count)
     {
-        if (count > 0) {
-            std::memcpy(destination, m_Buffer + m_Position, static_cast<size_t>(count));
-            m_Position += count;
+        if (count <= 0) {
+            return;
         }
+        const int present = std::clamp(m_End - m_Position, 0, count);
+        if (present > 0) {
+            std::memcpy(destination, m_Buffer + m_Position, static_cast<size_t>(present));
+        }
+        if (count > present) {
+            std::memset(static_cast<char*>(destination) + present, 0, static_cast<size_t>(count - present));
+        }
+        m_Position += count;
     }
     // Reads a field of count bytes into a destination of capacity bytes: copies what fits and
     // advances past the whole field, so later fields are read from where the wire puts them.
@@ -103,12 +120,21 @@ public:
         }
     }
 
-    const char* Here() const { return m_Buffer + m_Position; }
+    // The byte at an offset from the start, without moving.
+    uint8_t At(int offset) const { return offset < m_End ? static_cast<uint8_t>(m_Buffer[offset]) : 0; }
+    // A reader of what lies from here to the end, starting at its own position 0. No address beyond
+    // the end is formed, even when the position has passed it.
+    ByteReader Rest() const
+    {
+        const int start = std::min(m_Position, m_End);
+        return ByteReader(m_Buffer + start, m_End - start);
+    }
     int Position() const { return m_Position; }
     void Skip(int count) { m_Position += count; }
 
 private:
     const char* m_Buffer;
+    int m_End;
     int m_Position;
 };
 

@@ -62,19 +62,19 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, i
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, int nMsgLen,
                                                      MQTTPROTOCOL_HDRCONNNECT* pSt_HDRConnect,
                                                      MQTTPROTOCOL_USERINFO* pSt_UserInfo,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         reader.GetBytes(pSt_HDRConnect, sizeof(*pSt_HDRConnect));
         pSt_HDRConnect->wKeepAlive = mqttprotocol::NetworkOrder16(pSt_HDRConnect->wKeepAlive);
         if (pSt_HDRConnect->byVersion != kProtocolLevel) {
             return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_VERSION);
         }
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
         // Each field is bounded to its 260 bytes, while the reader moves past the whole field so that
         // the next one is read where the wire puts it.
         mqttprotocol::GetPrefixedBytes(reader, pSt_UserInfo->tszClientID, kUserInfoFieldCapacity);
@@ -88,14 +88,14 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connect(const char* lpszMsgBuffer, 
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Connack(const char* lpszMsgBuffer, int nMsgLen,
                                                      unsigned char* pbyReasonCode,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         reader.Skip(1);  // the acknowledge flags: the session-present bit is not handed out
         *pbyReasonCode = reader.GetU8();
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
     });
 }

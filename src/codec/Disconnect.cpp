@@ -13,13 +13,13 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, i
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen,
                                                         unsigned char* pbyReasonCode,
                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                         int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         *pbyReasonCode = reader.GetU8();
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
     });
 }

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "codec/ByteCursor.h"
+#include "frame/BodyMode.h"
 #include "frame/ErrorState.h"
 
 #include <cstring>
@@ -32,16 +33,22 @@ bool BuildBody(char* ptszMsgBuffer, int* pInt_MsgLen, PutFields putFields)
     return true;
 }
 
+// Decodes the properties of a block into a list allocated by the Keel allocator: the block's bytes
+// are read through blockReader, whose end is the body's, and blockLen is the block's length byte.
+void DecodeProperties(const ByteReader& blockReader, int blockLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                      int* pInt_PropertyCount);
+
 // Runs a decoder: clears the flag, refuses a missing body with the parser side's code, then reads
-// the body through getFields. A getFields that can refuse its body returns its own result.
+// the body of nMsgLen bytes through getFields, with a reader that ends where the body mode says.
+// A getFields that can refuse its body returns its own result.
 template <typename GetFields>
-bool DecodeBody(const char* lpszMsgBuffer, GetFields getFields)
+bool DecodeBody(const char* lpszMsgBuffer, int nMsgLen, GetFields getFields)
 {
     ClearError();
     if (lpszMsgBuffer == nullptr) {
         return Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     }
-    ByteReader reader(lpszMsgBuffer);
+    ByteReader reader(lpszMsgBuffer, ReadableEnd(nMsgLen));
     if constexpr (std::is_same_v<std::invoke_result_t<GetFields, ByteReader&>, bool>) {
         return getFields(reader);
     } else {
@@ -62,12 +69,12 @@ inline void PutPropertyBlock(CMQTTProtocol_Packet& packet, ByteWriter& writer,
 
 // Reads a property block's one length byte; only a non-zero block is decoded (so the list and count
 // outs of an empty block stay as the caller set them), and the reader moves behind the block.
-inline void GetPropertyBlock(CMQTTProtocol_Parse& parse, ByteReader& reader,
-                             MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
+inline void GetPropertyBlock(ByteReader& reader, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                             int* pInt_PropertyCount)
 {
     const int blockLen = reader.GetU8();
     if (blockLen != 0) {
-        parse.MQTTProtocol_Parse_Property(reader.Here(), blockLen, pppSt_Property, pInt_PropertyCount);
+        DecodeProperties(reader.Rest(), blockLen, pppSt_Property, pInt_PropertyCount);
         reader.Skip(blockLen);
     }
 }
@@ -108,12 +115,12 @@ inline void PutFilterRequest(CMQTTProtocol_Packet& packet, ByteWriter& writer, u
     PutPrefixedString(writer, lpszTopicFilter);
 }
 
-inline void GetFilterRequest(CMQTTProtocol_Parse& parse, ByteReader& reader, unsigned short* pwMsgID,
+inline void GetFilterRequest(ByteReader& reader, unsigned short* pwMsgID,
                              char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                              int* pInt_PropertyCount)
 {
     *pwMsgID = reader.GetU16();
-    GetPropertyBlock(parse, reader, pppSt_Property, pInt_PropertyCount);
+    GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
     GetPrefixedBytes(reader, ptszTopicFilter, kMaxPrefixedLength);
 }
 

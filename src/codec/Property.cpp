@@ -1,7 +1,6 @@
 // The property block: one length byte, then the properties back to back (identifier, value).
-#include "codec/ByteCursor.h"
+#include "codec/PacketFields.h"
 #include "companion/Companion.h"
-#include "frame/ErrorState.h"
 
 namespace {
 
@@ -42,15 +41,15 @@ int FixedWidthOf(uint8_t propertyID)
     }
 }
 
-int WidthAt(const char* block, int blockLen, int valuePosition)
+int WidthAt(const ByteReader& block, int blockLen, int valuePosition)
 {
-    const int width = FixedWidthOf(static_cast<uint8_t>(block[valuePosition - 1]));
+    const int width = FixedWidthOf(block.At(valuePosition - 1));
     return width == kRestOfBlock ? blockLen - valuePosition : width;
 }
 
 // Walks the block the way the decoder does and counts its properties. The test comes after the first
 // property, so a block of length zero or less still yields one.
-int CountProperties(const char* block, int blockLen)
+int CountProperties(const ByteReader& block, int blockLen)
 {
     int count = 0;
     int position = 0;
@@ -63,9 +62,10 @@ int CountProperties(const char* block, int blockLen)
 }
 
 // Reads one property into a zeroed record; returns the position behind it.
-int ReadProperty(const char* block, int blockLen, int position, MQTTPROTOCOL_HDRPROPERTY& property)
+int ReadProperty(const ByteReader& block, int blockLen, int position, MQTTPROTOCOL_HDRPROPERTY& property)
 {
-    ByteReader reader(block, position);
+    ByteReader reader = block;
+    reader.Skip(position);
     property.byPropertyID = reader.GetU8();
     const int valuePosition = reader.Position();
     property.nPropertyLen = WidthAt(block, blockLen, valuePosition);
@@ -136,22 +136,30 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_Property(char* ptszMsgBuffer, int
     return true;
 }
 
+void mqttprotocol::DecodeProperties(const ByteReader& blockReader, int blockLen,
+                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
+{
+    // Counting first lets the list be allocated once, already zeroed, and filled in place.
+    const int count = CountProperties(blockReader, blockLen);
+    if (!Keel_OperatorMemory_Malloc(reinterpret_cast<void***>(pppSt_Property), count,
+                                    static_cast<int>(sizeof(MQTTPROTOCOL_HDRPROPERTY)))) {
+        *pInt_PropertyCount = 0;
+        return;
+    }
+    *pInt_PropertyCount = count;
+    int position = 0;
+    for (int i = 0; i < count; i++) {
+        position = ReadProperty(blockReader, blockLen, position, *(*pppSt_Property)[i]);
+    }
+}
+
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Property(const char* lpszMsgBuffer, int nMsgLen,
                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                       int* pInt_PropertyCount)
 {
     mqttprotocol::ClearError();
-    // Counting first lets the list be allocated once, already zeroed, and filled in place.
-    const int count = CountProperties(lpszMsgBuffer, nMsgLen);
-    if (!Keel_OperatorMemory_Malloc(reinterpret_cast<void***>(pppSt_Property), count,
-                                    static_cast<int>(sizeof(MQTTPROTOCOL_HDRPROPERTY)))) {
-        *pInt_PropertyCount = 0;
-        return true;
-    }
-    *pInt_PropertyCount = count;
-    int position = 0;
-    for (int i = 0; i < count; i++) {
-        position = ReadProperty(lpszMsgBuffer, nMsgLen, position, *(*pppSt_Property)[i]);
-    }
+    // Called on its own, the block is all there is: in compact mode it ends after nMsgLen bytes.
+    const ByteReader block(lpszMsgBuffer, mqttprotocol::ReadableEnd(nMsgLen));
+    mqttprotocol::DecodeProperties(block, nMsgLen, pppSt_Property, pInt_PropertyCount);
     return true;
 }

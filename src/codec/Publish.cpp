@@ -54,12 +54,12 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, 
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         mqttprotocol::GetPrefixedBytes(reader, ptszTopicName, mqttprotocol::kMaxPrefixedLength);
         if (pSt_FixedHeader->byMsgFlag == kQoS1Flags || pSt_FixedHeader->byMsgFlag == kQoS2Flags) {
             *pwMsgID = reader.GetU16();
         }
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
         if (nMsgLen > reader.Position()) {
             *pInt_PayloadLen = nMsgLen - reader.Position();
             reader.GetBytes(ptszPayload, *pInt_PayloadLen);
@@ -72,12 +72,12 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, i
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         *pwMsgID = reader.GetU16();
         // Read whatever the length: a two-byte body hands out the byte behind it.
         *pbyReasonCode = reader.GetU8();
         if (nMsgLen > kAckBodyWithoutProperties) {
-            mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+            mqttprotocol::GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
         }
     });
 }

@@ -30,30 +30,30 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int*
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen,
                                                        unsigned short* pwMsgID, char* ptszTopicFilter,
                                                        MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                        int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
-        mqttprotocol::GetFilterRequest(*this, reader, pwMsgID, ptszTopicFilter, pppSt_Property, pInt_PropertyCount);
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
+        mqttprotocol::GetFilterRequest(reader, pwMsgID, ptszTopicFilter, pppSt_Property, pInt_PropertyCount);
         reader.GetBytes(pSt_SubOption, sizeof(*pSt_SubOption));
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int nMsgLen,
                                                     unsigned char* pbyReasonCode, unsigned short* pwMsgID,
                                                     MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                     int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         *pwMsgID = reader.GetU16();
         // The property length is taken from byte 0, the identifier's high byte, not from byte 2: for
         // an identifier below 256 no property is decoded and the reason code is the identifier's low
         // byte. UNSUBACK is read by the wire layout; SUBACK keeps these positions.
-        mqttprotocol::ByteReader fromStart(lpszMsgBuffer);
-        mqttprotocol::GetPropertyBlock(*this, fromStart, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::ByteReader fromStart(lpszMsgBuffer, mqttprotocol::ReadableEnd(nMsgLen));
+        mqttprotocol::GetPropertyBlock(fromStart, pppSt_Property, pInt_PropertyCount);
         *pbyReasonCode = fromStart.GetU8();
     });
 }

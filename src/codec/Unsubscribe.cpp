@@ -15,24 +15,24 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQUNSubscribe(char* ptszMsgBuffe
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSubcribe(const char* lpszMsgBuffer, int nMsgLen,
                                                         unsigned short* pwMsgID, char* ptszTopicFilter,
                                                         MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                         int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
-        mqttprotocol::GetFilterRequest(*this, reader, pwMsgID, ptszTopicFilter, pppSt_Property, pInt_PropertyCount);
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
+        mqttprotocol::GetFilterRequest(reader, pwMsgID, ptszTopicFilter, pppSt_Property, pInt_PropertyCount);
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int /*nMsgLen*/,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_UNSuback(const char* lpszMsgBuffer, int nMsgLen,
                                                       unsigned char* pbyReasonCode, unsigned short* pwMsgID,
                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                       int* pInt_PropertyCount)
 {
-    return mqttprotocol::DecodeBody(lpszMsgBuffer, [&](auto& reader) {
+    return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         *pwMsgID = reader.GetU16();
-        mqttprotocol::GetPropertyBlock(*this, reader, pppSt_Property, pInt_PropertyCount);
+        mqttprotocol::GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);
         *pbyReasonCode = reader.GetU8();
     });
 }

@@ -174,4 +174,6 @@ bool MQTTProtocol_Parse_WaitEvent(int nPoolIndex, int nTimeout)
 
 bool MQTTProtocol_Parse_ActiveEvent(int nPoolIndex) { return m_Parse.MQTTProtocol_Parse_ActiveEvent(nPoolIndex); }
 
+bool MQTTProtocol_Parse_BodyMode(int nBodyMode) { return m_Parse.MQTTProtocol_Parse_BodyMode(nBodyMode); }
+
 }  // extern "C"

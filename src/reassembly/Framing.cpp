@@ -5,12 +5,18 @@
 // whole packet is cut as a new input by the next round; so a piece of any number of packets needs no
 // stack of its own. Only the first round's result is the call's: later rounds report through the error
 // state alone, which is why a true result may come with the error flag set.
+//
+// A packet that waits does so in one of two records (see reassembly/RecordForm.h): HeaderPending until
+// 4 bytes make its fixed header decodable, then BodyPending, whose buffer already holds the body where
+// its delivery block will: the piece that completes it is copied once, behind what came before.
 #include "companion/Companion.h"
 #include "frame/ErrorState.h"
 #include "reassembly/PacketBlock.h"
+#include "reassembly/RecordForm.h"
 #include "reassembly/SessionTable.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -20,12 +26,13 @@ namespace {
 
 using mqttprotocol::ClearError;
 using mqttprotocol::Fail;
+using mqttprotocol::RecordForm;
 
 // The fixed header is decoded once this many bytes are at hand: the first byte and up to three
 // remaining-length bytes (lengths up to 2,097,151) are then certainly there.
 constexpr int kHeaderThreshold = 4;
 // Bytes waiting for the threshold: never as many as the threshold itself.
-constexpr int kShortPartialCapacity = kHeaderThreshold - 1;
+constexpr int kHeaderPendingCapacity = kHeaderThreshold - 1;
 // The first byte and at most four remaining-length bytes.
 constexpr int kMaxFixedHeader = 5;
 constexpr int kPingreqSize = 2;
@@ -45,6 +52,13 @@ MQTTPROTOCOL_FIXEDHEADER FixedHeaderOf(uint8_t first)
     return header;
 }
 
+uint8_t FirstByteOf(MQTTPROTOCOL_FIXEDHEADER header)
+{
+    uint8_t first;
+    std::memcpy(&first, &header, sizeof(first));
+    return first;
+}
+
 // SUBSCRIBE and UNSUBSCRIBE must carry flags 2; no other type has its flags checked.
 bool FlagsRefused(uint8_t first)
 {
@@ -54,11 +68,9 @@ bool FlagsRefused(uint8_t first)
 
 bool ValidBytes(const char* data, int size) { return size >= 0 && (data != nullptr || size == 0); }
 
-bool IsArriving(const MQTTPROTOCOL_MSGBUFFER& record) { return !record.bHeaderReady || !record.bPacketReady; }
-
-bool EndsWithArrivingPacket(const TAVRIN_MQTTPARSE& session)
+bool EndsWithPendingPacket(const TAVRIN_MQTTPARSE& session)
 {
-    return !session.pStl_ListPacket->empty() && IsArriving(session.pStl_ListPacket->back());
+    return !session.pStl_ListPacket->empty() && mqttprotocol::IsPending(session.pStl_ListPacket->back());
 }
 
 void CopyBytes(char* destination, const char* source, int count)
@@ -68,7 +80,12 @@ void CopyBytes(char* destination, const char* source, int count)
     }
 }
 
-// The bytes of one input: those a packet still arriving has held so far, then the caller's data.
+// A BodyPending buffer keeps the fixed header's size in its last byte, which the body never reaches.
+int HeaderSizeOf(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.ptszMsgBuffer[pending.nPktLen - 1]; }
+int BodyBytesHeld(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.nMsgLen - HeaderSizeOf(pending); }
+
+// The bytes of one input: those a HeaderPending record held (0 to 3), then the caller's data. The
+// caller makes sure the two counts together fit an int.
 class CutInput
 {
 public:
@@ -115,18 +132,62 @@ class Framer
 {
 public:
     Framer(CMQTTProtocol_Parse& parser, HOPPER_HANDLE pool, TAVRIN_MQTTPARSE& session)
-        : m_Parser(parser), m_Pool(pool), m_Session(session)
+        : m_Parser(parser), m_Pool(pool), m_Session(session), m_Queue(*session.pStl_ListPacket)
     {
     }
 
-    // Cuts the whole input; the result is the first round's.
+    // Aligned: cuts the whole input; the result is the first round's.
     bool CutAll(CutInput input)
     {
         const Round first = CutOne(input);
-        for (bool more = first.more; more;) {
-            more = CutOne(input).more;
+        if (first.more) {
+            CutRest(input);
         }
         return first.result;
+    }
+
+    // HeaderPending(k): bytes wait until 4 are at hand; then the held ones and the piece are cut as
+    // one input from the packet's first byte.
+    bool ContinueHeader(const char* data, int size)
+    {
+        MQTTPROTOCOL_MSGBUFFER& pending = m_Queue.back();
+        if (size < kHeaderThreshold - pending.nMsgLen) {
+            CopyBytes(pending.ptszMsgBuffer + pending.nMsgLen, data, size);
+            pending.nMsgLen += size;
+            return true;
+        }
+        if (size > INT_MAX - pending.nMsgLen) {
+            // The input would count more bytes than an int holds: refused like a packet too long.
+            DropPending();
+            return Fail(MQTTPROTOCOL_ERR_PARSE_LENGTH);
+        }
+        const MQTTPROTOCOL_MSGBUFFER held = pending;
+        m_Queue.pop_back();
+        const bool result = CutAll(CutInput(held.ptszMsgBuffer, held.nMsgLen, data, size));
+        std::free(held.ptszMsgBuffer);
+        return result;
+    }
+
+    // BodyPending(k, N): the body's bytes go straight behind those already held; the piece that
+    // completes the packet queues it, and what follows is cut as a new input.
+    bool ContinueBody(const char* data, int size)
+    {
+        MQTTPROTOCOL_MSGBUFFER& pending = m_Queue.back();
+        const int missing = pending.nPktLen - pending.nMsgLen;
+        char* const bodyEnd = pending.ptszMsgBuffer + BodyBytesHeld(pending);
+        if (size < missing) {
+            CopyBytes(bodyEnd, data, size);
+            pending.nMsgLen += size;
+            return true;
+        }
+        CopyBytes(bodyEnd, data, missing);
+        if (!CompletePending(pending)) {
+            return false;
+        }
+        if (size > missing) {
+            CutRest(CutInput(nullptr, 0, data + missing, size - missing));
+        }
+        return true;
     }
 
 private:
@@ -135,6 +196,14 @@ private:
         bool result;
         bool more;  // a whole packet was cut and bytes follow it
     };
+
+    // Later rounds: what becomes of them shows in the error state only.
+    void CutRest(CutInput input)
+    {
+        for (bool more = true; more;) {
+            more = CutOne(input).more;
+        }
+    }
 
     Round CutOne(CutInput& input)
     {
@@ -158,12 +227,12 @@ private:
         const uint8_t first = static_cast<uint8_t>(header[0]);
         const int packetSize = headerSize + remaining;
         if (packetSize > size) {
-            return {QueueArriving(input, first, packetSize), false};
+            return {QueueBodyPending(input, first, headerSize, packetSize), false};
         }
         if (FlagsRefused(first)) {
             return {Fail(MQTTPROTOCOL_ERR_PARSE_HDRFLAGS), false};
         }
-        if (!QueueWhole(input, first, headerSize, remaining)) {
+        if (!QueueComplete(input, first, headerSize, remaining)) {
             return {false, false};
         }
         input.Drop(packetSize);
@@ -184,23 +253,35 @@ private:
             }
         }
         record.nPktLen = kHeaderThreshold;
-        return QueueHeld(record, input, kShortPartialCapacity);
+        record.nMsgLen = size;
+        record.ptszMsgBuffer = static_cast<char*>(std::malloc(kHeaderPendingCapacity));
+        if (record.ptszMsgBuffer == nullptr) {
+            return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+        }
+        input.CopyTo(record.ptszMsgBuffer, 0, size);
+        return Queue(record);
     }
 
-    // The fixed header is decoded but the packet is not all here: its bytes wait in a buffer of its size.
-    bool QueueArriving(const CutInput& input, uint8_t first, int packetSize)
+    bool QueueBodyPending(const CutInput& input, uint8_t first, int headerSize, int packetSize)
     {
         MQTTPROTOCOL_MSGBUFFER record{};
+        record.ptszMsgBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(packetSize)));
+        if (record.ptszMsgBuffer == nullptr) {
+            return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+        }
+        input.CopyTo(record.ptszMsgBuffer, headerSize, input.Size() - headerSize);
+        record.ptszMsgBuffer[packetSize - 1] = static_cast<char>(headerSize);
         record.st_FixedHeader = FixedHeaderOf(first);
+        record.nMsgLen = input.Size();
         record.nPktLen = packetSize;
         record.bHeaderReady = true;
-        return QueueHeld(record, input, packetSize);
+        return Queue(record);
     }
 
-    bool QueueWhole(const CutInput& input, uint8_t first, int headerSize, int remaining)
+    bool QueueComplete(const CutInput& input, uint8_t first, int headerSize, int remaining)
     {
         MQTTPROTOCOL_MSGBUFFER record{};
-        record.ptszMsgBuffer = mqttprotocol::AllocatePacketBlock();
+        record.ptszMsgBuffer = mqttprotocol::AllocateBody(remaining);
         if (record.ptszMsgBuffer == nullptr) {
             return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
         }
@@ -212,16 +293,30 @@ private:
         return QueueReady(record);
     }
 
-    // Queues a packet still arriving with all the input's bytes, in a buffer of the given capacity.
-    bool QueueHeld(MQTTPROTOCOL_MSGBUFFER& record, const CutInput& input, int capacity)
+    // BodyPending -> Complete, in place at the back of the queue, once all its bytes are in.
+    bool CompletePending(MQTTPROTOCOL_MSGBUFFER& pending)
     {
-        record.ptszMsgBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(capacity)));
-        if (record.ptszMsgBuffer == nullptr) {
+        if (FlagsRefused(FirstByteOf(pending.st_FixedHeader))) {
+            DropPending();
+            return Fail(MQTTPROTOCOL_ERR_PARSE_HDRFLAGS);
+        }
+        const int bodyLength = pending.nPktLen - HeaderSizeOf(pending);
+        char* const body = mqttprotocol::DeliverFromBuffer(pending.ptszMsgBuffer, bodyLength);
+        if (body == nullptr) {
+            m_Queue.pop_back();  // the buffer went with the failure
             return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
         }
-        record.nMsgLen = input.Size();
-        input.CopyTo(record.ptszMsgBuffer, 0, record.nMsgLen);
-        return Queue(record);
+        pending.ptszMsgBuffer = body;
+        pending.nMsgLen = bodyLength;
+        pending.bPacketReady = true;
+        CountReady();
+        return true;
+    }
+
+    void DropPending()
+    {
+        std::free(m_Queue.back().ptszMsgBuffer);
+        m_Queue.pop_back();
     }
 
     // Queues a whole packet and counts it ready, with both locks still held.
@@ -230,14 +325,16 @@ private:
         if (!Queue(record)) {
             return false;
         }
-        Hopper_TaskPool_AddrIncEx(m_Pool, m_Session.nPoolIndex, m_Session.tszClientAddr);
+        CountReady();
         return true;
     }
+
+    void CountReady() { Hopper_TaskPool_AddrIncEx(m_Pool, m_Session.nPoolIndex, m_Session.tszClientAddr); }
 
     bool Queue(const MQTTPROTOCOL_MSGBUFFER& record)
     {
         try {
-            m_Session.pStl_ListPacket->push_back(record);
+            m_Queue.push_back(record);
             return true;
         } catch (const std::bad_alloc&) {
             std::free(record.ptszMsgBuffer);
@@ -248,6 +345,7 @@ private:
     CMQTTProtocol_Parse& m_Parser;
     HOPPER_HANDLE m_Pool;
     TAVRIN_MQTTPARSE& m_Session;
+    std::list<MQTTPROTOCOL_MSGBUFFER>& m_Queue;
 };
 
 }  // namespace
@@ -263,7 +361,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Send(const char* lpszClientAddr, co
         return false;
     }
     std::lock_guard sessionLock(*found.session->pSt_Locker);
-    if (EndsWithArrivingPacket(*found.session)) {
+    if (EndsWithPendingPacket(*found.session)) {
         // The bytes went to a packet already under way; what became of them shows in the error state.
         MQTTProtocol_Parse_Build(found.session, lpszMsgBuffer, nMsgLen);
         return true;
@@ -285,22 +383,12 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Build(TAVRIN_MQTTPARSE* pSt_Session
                                                    int nMsgLen)
 {
     ClearError();
-    if (pSt_Session == nullptr || !ValidBytes(lpszMsgBuffer, nMsgLen) || !EndsWithArrivingPacket(*pSt_Session)) {
+    if (pSt_Session == nullptr || !ValidBytes(lpszMsgBuffer, nMsgLen) || !EndsWithPendingPacket(*pSt_Session)) {
         return Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     }
-    std::list<MQTTPROTOCOL_MSGBUFFER>& queue = *pSt_Session->pStl_ListPacket;
-    MQTTPROTOCOL_MSGBUFFER& arriving = queue.back();
-    if (nMsgLen < arriving.nPktLen - arriving.nMsgLen) {
-        CopyBytes(arriving.ptszMsgBuffer + arriving.nMsgLen, lpszMsgBuffer, nMsgLen);
-        arriving.nMsgLen += nMsgLen;
-        return true;
+    Framer framer(*this, hPool, *pSt_Session);
+    if (mqttprotocol::FormOf(pSt_Session->pStl_ListPacket->back()) == RecordForm::HeaderPending) {
+        return framer.ContinueHeader(lpszMsgBuffer, nMsgLen);
     }
-    // The packet is whole, or its fixed header can now be decoded: the held bytes and the new ones
-    // are cut again from the packet's first byte, as one input.
-    const MQTTPROTOCOL_MSGBUFFER held = arriving;
-    queue.pop_back();
-    const bool result =
-        Framer(*this, hPool, *pSt_Session).CutAll(CutInput(held.ptszMsgBuffer, held.nMsgLen, lpszMsgBuffer, nMsgLen));
-    std::free(held.ptszMsgBuffer);
-    return result;
+    return framer.ContinueBody(lpszMsgBuffer, nMsgLen);
 }
