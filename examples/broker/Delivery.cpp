@@ -1,9 +1,10 @@
 #include "broker/Delivery.h"
 
 #include "broker/Topics.h"
+#include "host/PacketCutter.h"
 #include "host/Packets.h"
 
-#include <cmath>
+#include <algorithm>
 
 namespace broker {
 
@@ -37,8 +38,9 @@ bool Message::AppendPacket(std::string& out, int qos, unsigned short id, bool re
             return false;
         }
         host::PropertyList withExpiry = properties;
-        const auto left = std::chrono::duration<double>(*expiresAt - now).count();
-        withExpiry.AddU32(host::kMessageExpiryInterval, static_cast<std::uint32_t>(std::ceil(left)));
+        // Whole seconds left, at least one while it has not expired.
+        const auto left = std::chrono::duration_cast<std::chrono::seconds>(*expiresAt - now).count();
+        withExpiry.AddU32(host::kMessageExpiryInterval, static_cast<std::uint32_t>(std::max<long>(left, 1)));
         out += host::PublishPacket(topic, payload, qos, id, retain, withExpiry);
         return true;
     }

@@ -60,8 +60,7 @@ std::string FormatTrace(const PacketTrace& trace)
         line += field;
     }
     if (trace.reason) {
-        std::snprintf(field, sizeof(field), " reason=0x%02X (%s)", *trace.reason,
-                      ReasonName(static_cast<unsigned char>(*trace.reason)));
+        std::snprintf(field, sizeof(field), " reason=0x%02X", *trace.reason);
         line += field;
     }
     if (trace.payload) {
