@@ -151,8 +151,13 @@ std::string SubscriptionAckPacket(unsigned char type, unsigned short id, unsigne
 
 std::string DisconnectPacket(unsigned char reason)
 {
-    return Wrapped(kDisconnect, 0, 2, [&](char* body, int* length) {
-        MQTTProtocol_Packet_DisConnect(body, length, reason, nullptr, 0);
+    // Python paho 1.6.1 reads a DISCONNECT's reason code only from a body longer than two bytes: a
+    // Reason String that names the reason makes it so.
+    PropertyList properties;
+    properties.AddString(kReasonString, ReasonName(reason));
+    auto scratch = properties.Copy();
+    return Wrapped(kDisconnect, 0, 2 + kBlockRoom, [&](char* body, int* length) {
+        MQTTProtocol_Packet_DisConnect(body, length, reason, scratch.List(), scratch.Count());
     });
 }
 

@@ -22,9 +22,8 @@ constexpr int kMaxPropertyBlock = 127;
 
 // Property identifiers the hosts act on.
 enum PropertyId : unsigned char {
-    kMessageExpiryInterval = 0x02, kAssignedClientId = 0x12, kServerKeepAlive = 0x13, kAuthenticationMethod = 0x15,
-    kReceiveMaximum = 0x21, kTopicAliasMaximum = 0x22, kTopicAlias = 0x23, kMaximumQos = 0x24, kRetainAvailable = 0x25,
-    kMaximumPacketSize = 0x27, kWildcardSubscriptionAvailable = 0x28, kSubscriptionIdsAvailable = 0x29,
+    kMessageExpiryInterval = 0x02, kAssignedClientId = 0x12, kAuthenticationMethod = 0x15, kReasonString = 0x1F,
+    kReceiveMaximum = 0x21, kTopicAlias = 0x23, kMaximumPacketSize = 0x27, kSubscriptionIdsAvailable = 0x29,
     kSharedSubscriptionAvailable = 0x2A
 };
 

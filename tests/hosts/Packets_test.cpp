@@ -85,7 +85,7 @@ TEST(Packets, PropertyBlocksStayBelow128Bytes)
     PropertyList properties;
     EXPECT_TRUE(properties.AddString(0x1F, std::string(121, 'r')));  // 1 + 2 + 121 bytes
     EXPECT_TRUE(properties.AddU16(kReceiveMaximum, 1));             // 127
-    EXPECT_FALSE(properties.AddByte(kRetainAvailable, 0));          // would be 129
+    EXPECT_FALSE(properties.AddByte(kSubscriptionIdsAvailable, 0)); // would be 129
     EXPECT_EQ(properties.BlockSize(), 127);
 }
 
