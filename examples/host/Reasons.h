@@ -1,6 +1,8 @@
 // The MQTT v5 reason codes the example hosts send or report, by name.
 #pragma once
 
+#include <string>
+
 namespace host {
 
 enum Reason : unsigned char {
@@ -28,7 +30,9 @@ enum Reason : unsigned char {
     kSharedSubscriptionsNotSupported = 0x9E,
 };
 
-// "0x8E session taken over"; the standard's name of each code above, "reason" for the others.
+// The standard's name of each code above; "reason" for the others.
 const char* ReasonName(unsigned char reason);
+// The code in hex with its name: "0x8E (session taken over)".
+std::string ReasonText(unsigned char reason);
 
 }  // namespace host

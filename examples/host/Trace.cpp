@@ -44,6 +44,13 @@ const char* ReasonName(unsigned char reason)
     }
 }
 
+std::string ReasonText(unsigned char reason)
+{
+    char text[64];
+    std::snprintf(text, sizeof(text), "0x%02X (%s)", reason, ReasonName(reason));
+    return text;
+}
+
 std::string FormatTrace(const PacketTrace& trace)
 {
     char field[64];
