@@ -37,6 +37,10 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/ostrel-mqttprotocol.pc
   COMPONENT development)
 
 # Debian packages: libostrel-mqttprotocol1 (the three shared libraries) and libostrel-mqttprotocol-dev.
+# CPack's settings are the top-level project's: a project that adds this tree packages itself.
+if(NOT PROJECT_IS_TOP_LEVEL)
+  return()
+endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME libostrel-mqttprotocol)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})

@@ -1,74 +1,22 @@
-// Every packet decoder, fed a body the way MQTTProtocol_Parse_Recv hands it out: at the start of a
-// zero-filled 0xA00000-byte block, with outputs of the capacities the public header asks for.
+// Every packet decoder, fed a body in both body modes: once at the start of a zero-filled
+// 0xA00000-byte block in block mode, once as a heap copy of exactly its length in compact mode, where
+// any read past the body is a finding of the sanitizer. Both runs must give the same outputs.
 // Input: [decoder selector][PUBLISH flags nibble][body...]
 #include "FuzzSupport.h"
-
-#include "MQTTProtocol.h"
+#include "codec/DecoderRun.h"
 
 #include <cstdlib>
 #include <cstring>
-#include <vector>
+#include <memory>
 
 namespace {
 
+constexpr size_t kBlockSize = MQTTPROTOCOL_PACKET_BLOCK_SIZE;
 
-constexpr size_t kBlockSize = 0xA00000;
-constexpr int kTopicCapacity = 0xFFFF;
-
-// The largest property block a decoder can meet, so every decoded width is bounded by it.
-void CheckProperties(MQTTPROTOCOL_HDRPROPERTY** list, int count)
+mqttdecode::Run DecodeIn(int mode, int decoder, uint8_t flags, const char* body, int length)
 {
-    REQUIRE((list == nullptr) == (count == 0));
-    REQUIRE(count >= 0 && count <= 255);
-    for (int i = 0; i < count; i++) REQUIRE(list[i]->nPropertyLen <= 254);
-    Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), count);
-}
-
-struct Outputs
-{
-    unsigned char reasonCode = 0;
-    unsigned short identifier = 0;
-    MQTTPROTOCOL_HDRCONNNECT connect{};
-    MQTTPROTOCOL_USERINFO user{};
-    MQTTPROTOCOL_HDRSUBSCRIBE options{};
-    std::vector<char> topic = std::vector<char>(kTopicCapacity);
-    std::vector<char> payload;
-    int payloadLen = -1;
-    MQTTPROTOCOL_HDRPROPERTY** properties = nullptr;
-    int propertyCount = 0;
-};
-
-bool Decode(uint8_t selector, uint8_t publishFlags, const char* body, int bodyLen, Outputs& out)
-{
-    switch (selector % 9) {
-    case 0:
-        return MQTTProtocol_Parse_Connect(body, bodyLen, &out.connect, &out.user, &out.properties, &out.propertyCount);
-    case 1:
-        return MQTTProtocol_Parse_Connack(body, bodyLen, &out.reasonCode, &out.properties, &out.propertyCount);
-    case 2: {
-        MQTTPROTOCOL_FIXEDHEADER header{};
-        header.byMsgType = 3;
-        header.byMsgFlag = publishFlags & 0x0F;
-        out.payload.resize(static_cast<size_t>(bodyLen) + 1);
-        return MQTTProtocol_Parse_Publish(body, bodyLen, &header, out.topic.data(), &out.identifier, out.payload.data(),
-                                          &out.payloadLen, &out.properties, &out.propertyCount);
-    }
-    case 3:
-        return MQTTProtocol_Parse_Puback(body, bodyLen, &out.reasonCode, &out.identifier, &out.properties, &out.propertyCount);
-    case 4:
-        return MQTTProtocol_Parse_Subscribe(body, bodyLen, &out.identifier, out.topic.data(), &out.options,
-                                            &out.properties, &out.propertyCount);
-    case 5:
-        return MQTTProtocol_Parse_Suback(body, bodyLen, &out.reasonCode, &out.identifier, &out.properties, &out.propertyCount);
-    case 6:
-        return MQTTProtocol_Parse_UNSubcribe(body, bodyLen, &out.identifier, out.topic.data(), &out.properties,
-                                             &out.propertyCount);
-    case 7:
-        return MQTTProtocol_Parse_UNSuback(body, bodyLen, &out.reasonCode, &out.identifier, &out.properties,
-                                           &out.propertyCount);
-    default:
-        return MQTTProtocol_Parse_Disconnect(body, bodyLen, &out.reasonCode, &out.properties, &out.propertyCount);
-    }
+    REQUIRE(MQTTProtocol_Parse_BodyMode(mode));
+    return mqttdecode::Decode(decoder, flags, body, length);
 }
 
 }  // namespace
@@ -77,19 +25,27 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static char* block = static_cast<char*>(std::calloc(1, kBlockSize));
     mqttfuzz::InputReader in(data, size);
-    const uint8_t selector = in.Byte();
-    const uint8_t publishFlags = in.Byte();
+    const int decoder = in.Byte() % mqttdecode::kDecoderCount;
+    const uint8_t flags = in.Byte();
     const uint8_t* body = in.Rest();
-    const size_t bodyLen = in.Take(kBlockSize);
-    std::memcpy(block, body, bodyLen);
+    const int length = static_cast<int>(in.Take(kBlockSize));
+    std::memcpy(block, body, static_cast<size_t>(length));
+    const std::unique_ptr<char[]> exact(new char[static_cast<size_t>(length)]);
+    std::memcpy(exact.get(), body, static_cast<size_t>(length));
 
-    Outputs out;
-    const bool decoded = Decode(selector, publishFlags, block, static_cast<int>(bodyLen), out);
+    const mqttdecode::Run inBlock = DecodeIn(MQTTPROTOCOL_BODY_BLOCK, decoder, flags, block, length);
+    const mqttdecode::Run compact = DecodeIn(MQTTPROTOCOL_BODY_COMPACT, decoder, flags, exact.get(), length);
+    REQUIRE(inBlock == compact);
     // Only a CONNECT of another protocol level is refused; every other body decodes.
-    REQUIRE(decoded || (selector % 9 == 0 && MQTTProtocol_GetLastError(nullptr) == MQTTPROTOCOL_ERR_PARSE_VERSION));
-    REQUIRE(out.payloadLen == -1 || (out.payloadLen > 0 && out.payloadLen <= static_cast<int>(bodyLen)));
-    CheckProperties(out.properties, out.propertyCount);
+    REQUIRE(inBlock.result || (decoder == 0 && inBlock.code == MQTTPROTOCOL_ERR_PARSE_VERSION));
+    REQUIRE(inBlock.payloadLen == -1 || (inBlock.payloadLen > 0 && inBlock.payloadLen <= length));
+    // Inside a packet, the largest property block bounds every decoded width.
+    const bool insidePacket = decoder < mqttdecode::kDecoderCount - 1;
+    REQUIRE(!insidePacket || inBlock.propertyCount <= 255);
+    for (const MQTTPROTOCOL_HDRPROPERTY& property : inBlock.properties) {
+        REQUIRE(!insidePacket || property.nPropertyLen <= 254);
+    }
 
-    std::memset(block, 0, bodyLen);
+    std::memset(block, 0, static_cast<size_t>(length));
     return 0;
 }

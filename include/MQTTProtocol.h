@@ -54,13 +54,18 @@
  */
 /** A builder's output buffer or output-length pointer is null. */
 #define MQTTPROTOCOL_ERR_PACKET_ARGUMENT 0x070B0000ULL
-/** A decoder's body pointer is null. */
+/** A null or out-of-range argument of the parser side: a decoder's body pointer; Insert's address
+ * (null, or 128 bytes or more); Send's address or bytes; Recv's address, or an out-pointer when there
+ * is a packet to write through it; a session or bytes given to Packet or Build; an unknown body
+ * mode given to BodyMode. */
 #define MQTTPROTOCOL_ERR_PARSE_ARGUMENT 0x070B1000ULL
 /** A CONNECT's protocol level is not 5. */
 #define MQTTPROTOCOL_ERR_PARSE_VERSION 0x070B1001ULL
 /** A complete SUBSCRIBE or UNSUBSCRIBE arrived whose fixed-header flags are not 2. */
 #define MQTTPROTOCOL_ERR_PARSE_HDRFLAGS 0x070B1002ULL
-/** A remaining length runs past the bytes given, or would need a fifth byte. */
+/** A remaining length runs past the bytes given, or would need a fifth byte; or Send refused a packet
+ * whose remaining length is above MQTTPROTOCOL_PACKET_BLOCK_SIZE (0xA00000), or a piece that would
+ * make one input count more bytes than an int holds. */
 #define MQTTPROTOCOL_ERR_PARSE_LENGTH 0x070B1004ULL
 /** Out of memory. */
 #define MQTTPROTOCOL_ERR_PARSE_MALLOC 0x070B1005ULL
@@ -428,14 +433,15 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Destory(void);
 /** Opens a session for a client address (NUL-terminated, at most 127 bytes, compared byte for byte),
  * enters the address into the pool, which picks its pool index, and makes it known to Send and Recv.
  * Kept on purpose: an address already present is not looked up first. The call returns true, the first
- * session with everything queued in it stays the one in use, and the new session record stays
- * allocated and unreachable.
+ * session with everything queued in it stays the one in use, the new session record stays
+ * allocated and unreachable, and the pool holds the address once more. So a reconnect may insert the
+ * new session while the old one's Delete is under way: the pool keeps counting the session left.
  * Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null or 128 bytes or more; nothing
  * happens) or MQTTPROTOCOL_ERR_PARSE_MALLOC (out of memory; nothing happens, except that the pool may
  * keep the address when the table itself could not grow). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
 /** Closes a client's session: frees every body block and buffer still queued in it, drops its queue,
- * removes the address from the pool and from the table. The session record itself (its lock and empty
+ * removes one of the address's pool entries with its ready count, and removes it from the table. The session record itself (its lock and empty
  * queue) is deliberately not freed: a host that opens and closes very many sessions grows by one record
  * each time. Returns true always; an unknown or null address changes nothing and leaves the flag false.
  * Should memory for the lookup run out, nothing is deleted and the flag is set with
@@ -477,13 +483,15 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuffer, int nMsgLen);
 /** Takes the oldest packet of a client's queue: its first byte into *pSt_FixedHeader, its body block into
  * *pptszMsgBuffer (null for a PINGREQ cut as an input of its own) and the body length into
- * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the locks, so
- * another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error in the
- * data). The host owns the block and frees it with free(). One packet per call.
- * Fails, writing nothing and leaving the count alone, with MQTTPROTOCOL_ERR_PARSE_ARGUMENT (any argument
- * null; checked first), MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address unknown),
- * MQTTPROTOCOL_ERR_PARSE_EMPTY (queue empty) or MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE (the oldest packet
- * is still arriving). */
+ * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the session's
+ * lock, so another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error
+ * in the data; a Delete of the address waits for it, so it never lands on a later session). The host
+ * owns the block and frees it with free(). One packet per call.
+ * Fails, writing nothing and leaving the queue and the count alone, with, in the order checked,
+ * MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null), MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address
+ * unknown), MQTTPROTOCOL_ERR_PARSE_EMPTY (queue empty), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE (the oldest
+ * packet is still arriving), whatever the out-pointers are, and MQTTPROTOCOL_ERR_PARSE_ARGUMENT (an
+ * out-pointer null when there is a packet to write through it). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
                                               char** pptszMsgBuffer, int* pInt_MsgLen);
 
@@ -612,7 +620,9 @@ public:
      * Widths come from the identifier: the byte, two- and four-byte integer properties get 1, 2, 4 (two
      * and four bytes converted to host order); every other identifier, unknown ones included, takes
      * the rest of the block, so a string property swallows the properties behind it. A value is copied
-     * into tszValue up to its 260 bytes, the rest of tszValue is zero. At least one property is always
+     * into tszValue up to its 260 bytes, the rest of tszValue is zero; but a rest of the block of
+     * exactly 2 or 4 bytes is read as an integer and converted to host order like one, so a
+     * two-character string comes back with its bytes reversed. At least one property is always
      * decoded, even for nMsgLen <= 0. A fixed-width value near the end is read in full, up to 4 bytes
      * past the block: the caller guarantees them readable (bodies from MQTTProtocol_Parse_Recv are).
      * Always returns true; if the list cannot be allocated the count is set to 0 and the list untouched. */

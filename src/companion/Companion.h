@@ -10,9 +10,10 @@
 // - Hopper_TaskPool_CreateEx / Hopper_TaskPool_DestoryEx make and end the pool (Init, Destory); a
 //   destroyed or never-made handle is refused, never dereferenced, so the stale handle kept after
 //   Destory is harmless.
-// - Hopper_TaskPool_AddrInsertEx writes the client's pool index through its pointer before it returns,
-//   also for an address it already holds (Insert); Hopper_TaskPool_AddrDeleteEx forgets the address
-//   and its count (Delete).
+// - Hopper_TaskPool_AddrInsertEx writes the client's pool index through its pointer before it returns
+//   and adds an entry for the address each time, also for an address it already holds (Insert);
+//   Hopper_TaskPool_AddrDeleteEx removes one entry and the count (Delete). So a reconnect whose
+//   Insert enters the pool before the old session's Delete leaves the new session counted.
 // - Hopper_TaskPool_AddrIncEx / Hopper_TaskPool_AddrDecEx count one packet up when it is queued and
 //   down when it is handed out. They are called with the table lock and a session lock held (Inc) or
 //   none (Dec), so the pool takes only its own locks and never calls back into the library.

@@ -6,20 +6,23 @@
 namespace {
 
 // Takes the oldest packet out of a session's queue under the session's lock and hands its first
-// byte, body and body length out; the body's block passes to the host with it.
-bool TakeOldest(TAVRIN_MQTTPARSE& session, MQTTPROTOCOL_FIXEDHEADER* fixedHeader, char** body, int* bodyLength,
-                int& poolIndex)
+// byte, body and body length out; the body's block passes to the host with it. The out-pointers are
+// looked at only once there is a packet to write through them, so an empty queue or a packet still
+// arriving is reported as such whatever they are.
+bool TakeOldest(TAVRIN_MQTTPARSE& session, MQTTPROTOCOL_FIXEDHEADER* fixedHeader, char** body, int* bodyLength)
 {
     std::lock_guard sessionLock(*session.pSt_Locker);
     std::list<MQTTPROTOCOL_MSGBUFFER>& queue = *session.pStl_ListPacket;
     if (queue.empty()) {
         return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_EMPTY);
     }
-    const MQTTPROTOCOL_MSGBUFFER oldest = queue.front();
+    const MQTTPROTOCOL_MSGBUFFER& oldest = queue.front();
     if (!oldest.bHeaderReady || !oldest.bPacketReady) {
         return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);
     }
-    poolIndex = session.nPoolIndex;
+    if (fixedHeader == nullptr || body == nullptr || bodyLength == nullptr) {
+        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    }
     *fixedHeader = oldest.st_FixedHeader;
     *body = oldest.ptszMsgBuffer;
     *bodyLength = oldest.nMsgLen;
@@ -33,19 +36,14 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQ
                                                   char** pptszMsgBuffer, int* pInt_MsgLen)
 {
     mqttprotocol::ClearError();
-    if (pSt_FixedHeader == nullptr || pptszMsgBuffer == nullptr || pInt_MsgLen == nullptr) {
-        return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    mqttprotocol::SharedSession found;
+    if (!mqttprotocol::FindSharedSession(st_Locker, stl_MapClient, lpszClientAddr, found) ||
+        !TakeOldest(*found.session, pSt_FixedHeader, pptszMsgBuffer, pInt_MsgLen)) {
+        return false;
     }
-    int poolIndex = 0;
-    {
-        mqttprotocol::SharedSession found;
-        if (!mqttprotocol::FindSharedSession(st_Locker, stl_MapClient, lpszClientAddr, found) ||
-            !TakeOldest(*found.session, pSt_FixedHeader, pptszMsgBuffer, pInt_MsgLen, poolIndex)) {
-            return false;
-        }
-    }
-    // Counted down only once both locks are released, so the pool may briefly count a packet that a
-    // worker has already taken.
-    Hopper_TaskPool_AddrDecEx(hPool, poolIndex, lpszClientAddr);
+    // Counted down once the session's lock is released, so Send goes on queueing meanwhile, but
+    // while the shared table lock still holds Delete off: a Delete of the address, and so a later
+    // session of it, cannot come between the packet leaving the queue and its count going.
+    Hopper_TaskPool_AddrDecEx(hPool, found.session->nPoolIndex, lpszClientAddr);
     return true;
 }

@@ -3,6 +3,7 @@
 // capacities: nothing is read or written outside what the library was given or allocated.
 #include "reassembly/ReceiveSupport.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -56,6 +57,26 @@ TEST_F(HostileInput, LargestRemainingLengthIsRefusedBeforeAnythingIsQueued)
     Delivered none;
     EXPECT_FALSE(MQTTProtocol_Parse_Recv(m_Session.c_str(), &none.header, &none.body, &none.length));
     EXPECT_EQ(MQTTProtocol_GetLastError(nullptr), MQTTPROTOCOL_ERR_PARSE_EMPTY) << "no partial packet waits either";
+}
+
+// A piece that, behind the bytes of a fixed header still incomplete, would make the input count more
+// bytes than an int holds: refused before a byte of it is read (the size alone reaches the check, so
+// a small buffer stands in for 2 GiB), in both body modes, and the stream goes on aligned.
+TEST_F(HostileInput, APieceThatWouldCountPastIntMaxIsRefusedUnread)
+{
+    const char standIn[4] = {};
+    for (int mode : {MQTTPROTOCOL_BODY_BLOCK, MQTTPROTOCOL_BODY_COMPACT}) {
+        ASSERT_TRUE(MQTTProtocol_Parse_BodyMode(mode));
+        ASSERT_TRUE(m_Session.Send({0x30}));
+        EXPECT_TRUE(MQTTProtocol_Parse_Send(m_Session.c_str(), standIn, INT_MAX)) << "bytes were waiting";
+        EXPECT_TRUE(MQTTProtocol_IsErrorOccur);
+        EXPECT_EQ(MQTTProtocol_dwErrorCode, MQTTPROTOCOL_ERR_PARSE_LENGTH);
+        EXPECT_EQ(mqtttest::ReadyCount(m_Session.address, kPoolCount), 0);
+        Delivered delivered;
+        SendAndReceive(Wire(0x30, {0x00, 0x01, 'a', 'x'}), delivered);
+        EXPECT_EQ(mqtttest::ToBytes(delivered.body, delivered.length), Bytes({0x00, 0x01, 'a', 'x'}));
+    }
+    MQTTProtocol_Parse_BodyMode(MQTTPROTOCOL_BODY_BLOCK);
 }
 
 // Bodies whose own length fields run past the body: the decoders read on into the zero-filled block.

@@ -2,8 +2,10 @@
 # Builds and runs a C11 and a C++17 host against the library as a user gets it, with find_package and
 # with pkg-config:
 #   install: the tree `cmake --install` makes in a scratch prefix;
-#   deb:     the two Debian packages CPack makes, unpacked with dpkg -x into a scratch root.
-# Usage: run.sh install|deb BUILD_DIR SCRATCH_DIR CMAKE
+#   deb:     the two Debian packages CPack makes, unpacked with dpkg -x into a scratch root;
+#   subdirectory: the source tree added to a host project with add_subdirectory, which must build
+#            the three libraries and nothing else of the tree (BUILD_DIR is not used).
+# Usage: run.sh install|deb|subdirectory BUILD_DIR SCRATCH_DIR CMAKE
 set -euo pipefail
 mode=$1
 build_dir=$2
@@ -13,7 +15,32 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 rm -rf "$scratch"
 mkdir -p "$scratch"
+# Builds the host of tests/install/subproject and lists what the tree made in it: the three shared
+# libraries, no test, example, fuzz harness or package settings.
+consume_as_subdirectory() {
+  local host=$scratch/host
+  "$cmake_bin" -S "$here/subproject" -B "$host" -G Ninja -DOSTREL_SOURCE_DIR="$here/../.." >/dev/null
+  "$cmake_bin" --build "$host" -j2 >/dev/null
+  "$host/consumer_cxx"
+  local made expected
+  made=$(cd "$host/ostrel" && find . -type f -perm -u+x -printf '%f\n' | sed 's/\.so\..*/.so/' | sort | tr '\n' ' ')
+  expected="libOstrel_Hopper.so libOstrel_Keel.so libOstrel_MQTTProtocol.so "
+  if [[ $made != "$expected" ]]; then
+    echo "subdirectory: the tree built [$made], expected [$expected]" >&2
+    exit 1
+  fi
+  if [[ -e $host/CPackConfig.cmake ]]; then
+    echo "subdirectory: the tree set up packaging for its host" >&2
+    exit 1
+  fi
+  echo "subdirectory: built the three libraries alone, consumed by add_subdirectory"
+}
+
 case $mode in
+  subdirectory)
+    consume_as_subdirectory
+    exit 0
+    ;;
   install)
     prefix=$scratch/prefix
     "$cmake_bin" --install "$build_dir" --prefix "$prefix" >/dev/null

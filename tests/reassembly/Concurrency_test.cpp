@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -150,6 +151,45 @@ TEST(ReceiveConcurrency, EveryPacketOnceAndInOrderAcrossThreads)
     for (const Client& client : clients) EXPECT_EQ(client.delivered, client.expected.size()) << client.session->address;
     EXPECT_TRUE(mqtttest::ReadyCounts(kPoolCount).empty());
     clients.clear();
+    MQTTProtocol_Parse_Destory();
+}
+
+// A client reconnects: the host inserts the new session while the old one's Delete is under way.
+// Whenever the new session ends up in the table, the pool must count its packets, or no worker
+// would ever be told of them.
+TEST(ReceiveConcurrency, ReconnectLeavesTheNewSessionCounted)
+{
+    ASSERT_TRUE(MQTTProtocol_Parse_Init(1));
+    const Bytes ping{0xC0, 0x00};
+    const Bytes large = mqtttest::Wire(0x30, Bytes(1 << 20, 'x'));
+    constexpr int kTries = mqtttest::kSanitized ? 50 : 200;
+    int inTable = 0;
+    int uncounted = 0;
+    for (int i = 0; i < kTries; i++) {
+        const std::string address = mqtttest::FreshAddress("reconnect");
+        const char* client = address.c_str();
+        ASSERT_TRUE(MQTTProtocol_Parse_Insert(client));
+        // Delete waits while a long Send holds the table lock, and Insert, which enters the address into
+        // the pool under no lock, gets there first: the order of a reconnect that goes wrong.
+        std::atomic<bool> sending{false};
+        std::thread sender([&] {
+            sending = true;
+            MQTTProtocol_Parse_Send(client, mqtttest::AsChars(large), static_cast<int>(large.size()));
+        });
+        while (!sending.load()) std::this_thread::yield();
+        std::thread deletion([&] { MQTTProtocol_Parse_Delete(client); });
+        std::thread insertion([&] { MQTTProtocol_Parse_Insert(client); });
+        sender.join();
+        deletion.join();
+        insertion.join();
+        // When Insert reaches the table first it keeps the old session, which Delete then removes. The
+        // new session must be counted from zero: the old one's packets went with it.
+        if (!MQTTProtocol_Parse_Send(client, mqtttest::AsChars(ping), static_cast<int>(ping.size()))) continue;
+        inTable++;
+        if (mqtttest::ReadyCount(address, 1) != 1) uncounted++;
+        MQTTProtocol_Parse_Delete(client);
+    }
+    EXPECT_EQ(uncounted, 0) << "uncounted, of " << inTable << " new sessions in the table";
     MQTTProtocol_Parse_Destory();
 }
 

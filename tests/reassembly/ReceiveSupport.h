@@ -3,7 +3,12 @@
 #pragma once
 
 #include "TestSupport.h"
+#include "frame/BodyMode.h"
 #include "reassembly/PoolCounts.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/allocator_interface.h>
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -89,6 +94,11 @@ inline Taken Take(const char* address, bool checkWholeBlock = false)
     taken.first = static_cast<uint8_t>(header.byMsgType << 4 | header.byMsgFlag);
     taken.hasBody = body != nullptr;
     if (body != nullptr) {
+#if defined(__SANITIZE_ADDRESS__)
+        // The sanitizer's allocator knows the size asked for: a compact block is exactly the body.
+        const size_t expectedSize = mqttprotocol::CompactBodies() ? std::max(length, 1) : MQTTPROTOCOL_PACKET_BLOCK_SIZE;
+        EXPECT_EQ(__sanitizer_get_allocated_size(body), expectedSize);
+#endif
         taken.body = ToBytes(body, length);
         taken.zeroBeyondBody = !checkWholeBlock || std::all_of(body + length, body + MQTTPROTOCOL_PACKET_BLOCK_SIZE,
                                                                [](char byte) { return byte == 0; });

@@ -51,8 +51,9 @@ TEST_F(ReceiveSession, SecondInsertOfAnAddressKeepsTheFirstSession)
     EXPECT_EQ(Take(session.c_str()).body, mqtttest::Counting(12));
 }
 
-// Arguments are checked before the address is looked up; a refused call writes no out-parameter and
-// leaves the queue and the ready count as they were. (Addresses of 128 bytes: tests/hardening.)
+// A refused call writes no out-parameter and leaves the queue and the ready count as they were.
+// Recv looks at its out-pointers only when it has a packet to write through them; before that, its
+// own failure is reported whatever they are. (Addresses of 128 bytes: tests/hardening.)
 TEST_F(ReceiveSession, RefusedCallsChangeNothing)
 {
     mqtttest::Session session;
@@ -73,19 +74,21 @@ TEST_F(ReceiveSession, RefusedCallsChangeNothing)
     expectRefused(MQTTProtocol_Parse_Send(nullptr, bytes, 2), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Send("never inserted", bytes, -1), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Send("never inserted", bytes, 2), MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
-    expectRefused(MQTTProtocol_Parse_Recv(address, nullptr, &body, &length), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Recv(nullptr, &header, &body, &length), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    expectRefused(MQTTProtocol_Parse_Recv("never inserted", &header, &body, &length), MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
+    expectRefused(MQTTProtocol_Parse_Recv("never inserted", nullptr, nullptr, nullptr), MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
+    expectRefused(MQTTProtocol_Parse_Recv(address, nullptr, nullptr, nullptr), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);
     expectRefused(MQTTProtocol_Parse_Recv(address, &header, &body, &length), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);
     expectRefused(MQTTProtocol_Parse_Insert(nullptr), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    EXPECT_EQ(body, reinterpret_cast<char*>(&header));
-    EXPECT_EQ(length, -7);
     EXPECT_EQ(mqtttest::ReadyCount(session.address, kPoolCount), 0);
 
     ASSERT_TRUE(MQTTProtocol_Parse_Send(address, nullptr, 0));  // an empty piece, added to the waiting bytes
     ASSERT_TRUE(session.Send({0xC0, 0x00}));
+    expectRefused(MQTTProtocol_Parse_Recv(address, &header, &body, nullptr), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    EXPECT_EQ(body, reinterpret_cast<char*>(&header));
+    EXPECT_EQ(length, -7);
+    EXPECT_EQ(mqtttest::ReadyCount(session.address, kPoolCount), 2);
     EXPECT_EQ(Take(address).first, 0xE0);
     EXPECT_FALSE(Take(address).hasBody);
+    expectRefused(MQTTProtocol_Parse_Recv(address, nullptr, nullptr, nullptr), MQTTPROTOCOL_ERR_PARSE_EMPTY);
 }
-
 }  // namespace

@@ -18,7 +18,6 @@
 /* The pool's failure codes: a block of its own, outside the MQTT protocol library's 0x070B block. */
 #define HOPPER_ERR_HANDLE 0x0C0A0001ULL    /**< the handle was never made or was already destroyed */
 #define HOPPER_ERR_ARGUMENT 0x0C0A0002ULL  /**< pool count below 1, index out of range, null pointer, or an address of 128 bytes or more */
-#define HOPPER_ERR_EXISTS 0x0C0A0003ULL    /**< the address is already in the pool (its index is still written) */
 #define HOPPER_ERR_NOTFOUND 0x0C0A0004ULL  /**< the address is not in that index */
 #define HOPPER_ERR_ZERO 0x0C0A0005ULL      /**< decrement of a count that is already zero */
 #define HOPPER_ERR_NOTREADY 0x0C0A0006ULL  /**< listing: no address of the index has a count above zero */
@@ -51,15 +50,18 @@ HOPPER_API HOPPER_HANDLE Hopper_TaskPool_CreateEx(int nPoolCount);
  * later call with the handle fails with HOPPER_ERR_HANDLE. Nothing a waiter still uses is freed under it. */
 HOPPER_API bool Hopper_TaskPool_DestoryEx(HOPPER_HANDLE xhPool);
 
-/** Enters an address with a ready count of zero in the index that holds the fewest addresses (the
- * lowest on a tie) and writes that index through pInt_Index. An address already in the pool keeps its
- * entry; its index is written and the call returns false with HOPPER_ERR_EXISTS. */
+/** Enters an address in the index that holds the fewest addresses (the lowest on a tie) and writes
+ * that index through pInt_Index. Each call adds one entry: an address already in the pool stays in its
+ * index, gains an entry and keeps its ready count, and that index is written. A host that reconnects
+ * a client may so insert it before deleting the old connection; the new connection stays counted. */
 HOPPER_API bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAddr, int* pInt_Index);
 
-/** Forgets an address of index nIndex and its count. */
+/** Removes one entry of an address of index nIndex, the oldest, with the packets it counted: the ready
+ * count drops to zero. The address leaves the pool with its last entry. */
 HOPPER_API bool Hopper_TaskPool_AddrDeleteEx(HOPPER_HANDLE xhPool, int nIndex, const char* lpszClientAddr);
 
-/** Raises the ready count of an address of index nIndex by one and wakes that index's waiters. */
+/** Raises the ready count of an address of index nIndex by one and wakes that index's waiters. An
+ * address has one count, whatever its number of entries; it belongs to the oldest entry. */
 HOPPER_API bool Hopper_TaskPool_AddrIncEx(HOPPER_HANDLE xhPool, int nIndex, const char* lpszClientAddr);
 
 /** Lowers the ready count by one. An unknown address (HOPPER_ERR_NOTFOUND) or a count of zero

@@ -35,9 +35,13 @@ bool Fail(uint64_t code)
     return false;
 }
 
+// An address may be entered more than once: a host that reconnects a client can insert it again
+// before the old connection's delete. Each insertion is an entry; the count belongs to the oldest,
+// which the next delete removes with the packets it counted, so a later entry starts from zero.
 struct Address
 {
     uint64_t insertionOrder;
+    int entries = 1;
     int readyCount = 0;
 };
 
@@ -316,8 +320,11 @@ bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAd
     std::lock_guard membershipGuard(pool->membershipLock);
     const auto existing = pool->membership.find(std::string_view(lpszClientAddr));
     if (existing != pool->membership.end()) {
+        PoolIndex& index = *pool->indexes[static_cast<size_t>(existing->second)];
+        std::lock_guard indexGuard(index.lock);
+        index.addresses.find(std::string_view(lpszClientAddr))->second.entries++;
         *pInt_Index = existing->second;
-        return Fail(HOPPER_ERR_EXISTS);
+        return true;
     }
     const int chosen = LeastUsedIndex(*pool);
     PoolIndex& index = *pool->indexes[static_cast<size_t>(chosen)];
@@ -350,7 +357,12 @@ bool Hopper_TaskPool_AddrDeleteEx(HOPPER_HANDLE xhPool, int nIndex, const char* 
     if (found == index->addresses.end()) {
         return Fail(HOPPER_ERR_NOTFOUND);
     }
-    index->ready.erase(found->second.insertionOrder);
+    Address& address = found->second;
+    index->ready.erase(address.insertionOrder);
+    address.readyCount = 0;
+    if (--address.entries > 0) {
+        return true;
+    }
     index->addresses.erase(found);
     pool->membership.erase(lpszClientAddr);
     pool->addressCounts[static_cast<size_t>(nIndex)]--;

@@ -62,17 +62,25 @@ TEST(HopperPool, NewAddressGoesToTheIndexWithFewestAddresses)
     EXPECT_EQ(pool.Insert("f"), 1) << "lowest index on a tie";
 }
 
-TEST(HopperPool, DuplicateInsertKeepsTheEntryAndWritesItsIndex)
+// A reconnecting client is inserted again before its old connection is deleted: that delete takes
+// the old entry and its count, and the address stays, counted from zero, until its last entry goes.
+TEST(HopperPool, EachInsertAddsAnEntryThatOneDeleteRemoves)
 {
     ScopedPool pool(2);
     pool.Insert("a");
     const int index = pool.Insert("b");
     ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b"));
-    int again = -1;
-    EXPECT_FALSE(Hopper_TaskPool_AddrInsertEx(pool.handle, "b", &again));
-    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_EXISTS);
-    EXPECT_EQ(again, index);
+    EXPECT_EQ(pool.Insert("b"), index);
     EXPECT_EQ(Ready(pool.handle, index), (std::vector<std::pair<std::string, int>>{{"b", 1}})) << "count kept";
+
+    ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, index, "b"));
+    EXPECT_TRUE(Ready(pool.handle, index).empty()) << "the old entry's packets went with it";
+    ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b")) << "the later entry stays";
+    EXPECT_EQ(Ready(pool.handle, index), (std::vector<std::pair<std::string, int>>{{"b", 1}}));
+
+    ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, index, "b"));
+    EXPECT_FALSE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b"));
+    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTFOUND) << "gone with its last entry";
 }
 
 TEST(HopperPool, CountsPerAddressAndListsReadyOnesInInsertionOrder)
