@@ -47,16 +47,13 @@ void Registry::Add(const ConnectionPtr& connection)
     byAddress_[connection->address] = connection;
 }
 
-void Registry::Remove(const Connection& connection)
+void Registry::Remove(const Connection& connection, const std::string& clientId)
 {
     std::lock_guard lock(lock_);
     byId_.erase(connection.id);
     byAddress_.erase(connection.address);
-    for (auto at = byClientId_.begin(); at != byClientId_.end(); ++at) {
-        if (at->second.get() == &connection) {
-            byClientId_.erase(at);
-            break;
-        }
+    if (const auto holder = byClientId_.find(clientId); holder != byClientId_.end() && holder->second.get() == &connection) {
+        byClientId_.erase(holder);
     }
 }
 
@@ -240,6 +237,7 @@ void Broker::State::RefuseClient(Connection& connection, unsigned char reason)
 
 void Broker::State::Close(Connection& connection)
 {
+    std::string clientId;
     {
         std::lock_guard lock(connection.lock);
         if (!connection.Enter(Phase::Closed)) {
@@ -253,9 +251,10 @@ void Broker::State::Close(Connection& connection)
         connection.unsentOffset = 0;
         close(connection.fd);
         connection.fd = -1;
+        clientId = connection.clientId;
     }
     subscriptions.RemoveAll(connection.id);
-    registry.Remove(connection);
+    registry.Remove(connection, clientId);
     if (Tracing()) {
         Trace("net " + *connection.label.load() + " closed");
     }

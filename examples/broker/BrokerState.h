@@ -27,7 +27,8 @@ class Registry
 {
 public:
     void Add(const ConnectionPtr& connection);
-    void Remove(const Connection& connection);
+    // Forgets the connection, and its client identifier if it still holds it.
+    void Remove(const Connection& connection, const std::string& clientId);
     ConnectionPtr Find(std::uint64_t id) const;
     ConnectionPtr Find(const std::string& address) const;
     std::vector<ConnectionPtr> All() const;
