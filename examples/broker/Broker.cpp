@@ -26,16 +26,6 @@ namespace {
 // once at the end of the batch: one system call for many packets. Other threads flush at once.
 thread_local std::vector<ConnectionPtr>* workerFlushList = nullptr;
 
-// Size on the wire of a packet whose body has `bodyLength` bytes.
-std::size_t WireSize(std::size_t bodyLength)
-{
-    std::size_t lengthBytes = 1;
-    for (std::size_t rest = bodyLength >> 7; rest > 0; rest >>= 7) {
-        lengthBytes++;
-    }
-    return 1 + lengthBytes + bodyLength;
-}
-
 }  // namespace
 
 // ---- Registry and budget ----

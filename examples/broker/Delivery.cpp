@@ -15,6 +15,13 @@ Message::Message(std::string topic, std::string payload, int qos, bool retain, h
 {
 }
 
+std::size_t Message::PacketSize(int qos) const
+{
+    // Topic, identifier, the property block with its length byte (and the expiry, 5 bytes), payload.
+    const std::size_t expiry = expiresAt ? 5 : 0;
+    return host::WireSize(2 + topic.size() + (qos > 0 ? 2 : 0) + 1 + properties.BlockSize() + expiry + payload.size());
+}
+
 const std::string& Message::Wire(bool withId) const
 {
     std::call_once(built_[withId], [&] {

@@ -37,6 +37,8 @@ public:
 
     // What the message weighs in a queue: about its size on the wire.
     std::size_t Size() const { return topic.size() + payload.size() + properties.BlockSize() + 16; }
+    // Its PUBLISH on the wire at `qos`, the expiry interval included.
+    std::size_t PacketSize(int qos) const;
     bool Expired(Clock::time_point now) const { return expiresAt && now >= *expiresAt; }
     // Appends the PUBLISH as it goes to one subscriber; false, appending nothing, once it has expired.
     // A message with an expiry interval goes out with what is left of it.

@@ -55,7 +55,7 @@ void Broker::State::Deliver(Connection& subscriber, Outgoing outgoing)
     {
         std::lock_guard lock(subscriber.lock);
         if (subscriber.phase != Phase::Connected ||
-            (subscriber.maximumPacketSize && size > subscriber.maximumPacketSize)) {
+            (subscriber.maximumPacketSize && outgoing.message->PacketSize(outgoing.qos) > subscriber.maximumPacketSize)) {
             return;
         }
         const bool queueFull = subscriber.UnsentBytes() + subscriber.outbound.WaitingBytes() + size > options.maxQueuedBytes ||

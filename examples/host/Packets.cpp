@@ -86,6 +86,15 @@ constexpr std::size_t kBlockRoom = 1 + kMaxPropertyBlock;
 
 }  // namespace
 
+std::size_t WireSize(std::size_t bodyLength)
+{
+    std::size_t lengthBytes = 1;
+    for (std::size_t rest = bodyLength >> 7; rest > 0; rest >>= 7) {
+        lengthBytes++;
+    }
+    return 1 + lengthBytes + bodyLength;
+}
+
 std::string ConnectPacket(const std::string& clientId, unsigned short keepAlive)
 {
     return Wrapped(kConnect, 0, 13 + clientId.size() + kBlockRoom, [&](char* body, int* length) {

@@ -20,6 +20,9 @@ namespace host {
 
 // ---- Building: each returns the whole packet, fixed header included. ----
 
+// The size on the wire of a packet whose body has `bodyLength` bytes.
+std::size_t WireSize(std::size_t bodyLength);
+
 std::string ConnectPacket(const std::string& clientId, unsigned short keepAlive);
 std::string ConnackPacket(unsigned char reason, const PropertyList& properties);
 // A QoS 1 or 2 message needs a non-zero identifier: the library writes one only when it is non-zero.

@@ -107,6 +107,7 @@ TEST(Message, GoesOutWithEachSubscribersIdentifierFlagsAndRemainingExpiry)
     std::string out;
     ASSERT_TRUE(Made("t/x", "hi")->AppendPacket(out, 1, 0x0102, true, now));
     EXPECT_EQ(out, std::string("\x33\x0A\x00\x03t/x\x01\x02\x00hi", 12));
+    EXPECT_EQ(Made("t/x", "hi")->PacketSize(1), out.size());
     out.clear();
     ASSERT_TRUE(Made("t/x", "hi")->AppendPacket(out, 0, 0, false, now));
     EXPECT_EQ(out, std::string("\x30\x08\x00\x03t/x\x00hi", 10));
@@ -114,6 +115,7 @@ TEST(Message, GoesOutWithEachSubscribersIdentifierFlagsAndRemainingExpiry)
     const auto expiring = Made("t", "p", 60);
     ASSERT_TRUE(expiring->AppendPacket(out, 0, 0, false, now + std::chrono::seconds(20)));
     EXPECT_EQ(out, std::string("\x30\x0A\x00\x01t\x05\x02\x00\x00\x00\x28p", 12)) << "40 s are left";
+    EXPECT_EQ(expiring->PacketSize(0), out.size());
     EXPECT_FALSE(expiring->AppendPacket(out, 0, 0, false, now + std::chrono::seconds(61)));
 }
 
