@@ -2,17 +2,6 @@
 
 namespace broker {
 
-const char* PhaseName(Phase phase)
-{
-    switch (phase) {
-    case Phase::AwaitingConnect: return "awaiting CONNECT";
-    case Phase::Connected: return "connected";
-    case Phase::Ending: return "ending";
-    case Phase::Closed: return "closed";
-    }
-    return "?";
-}
-
 bool Connection::Enter(Phase next)
 {
     bool allowed = false;

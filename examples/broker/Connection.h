@@ -22,8 +22,6 @@ namespace broker {
 // While Ending, the workers drop what the client sent: only its close is still to come.
 enum class Phase { AwaitingConnect, Connected, Ending, Closed };
 
-const char* PhaseName(Phase phase);
-
 struct Connection : std::enable_shared_from_this<Connection>
 {
     Connection(std::uint64_t id, int fd, std::string address, std::size_t maxPacketSize)

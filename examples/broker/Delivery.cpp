@@ -24,17 +24,18 @@ std::size_t Message::PacketSize(int qos) const
 
 const std::string& Message::Wire(bool withId) const
 {
-    std::call_once(built_[withId], [&] {
+    std::lock_guard lock(wireLock_);
+    if (wire_[withId].empty()) {
         // Identifier 1 stands in for the one each subscriber gets: it lies behind the topic.
         wire_[withId] = host::PublishPacket(topic, payload, withId ? 1 : 0, withId ? 1 : 0, false, properties);
-        std::size_t fixedHeader = 1;
-        while (static_cast<unsigned char>(wire_[withId][fixedHeader]) & 0x80) {
-            fixedHeader++;
-        }
         if (withId) {
-            idOffset_ = fixedHeader + 1 + 2 + topic.size();
+            std::size_t lastLengthByte = 1;
+            while (static_cast<unsigned char>(wire_[withId][lastLengthByte]) & 0x80) {
+                lastLengthByte++;
+            }
+            idOffset_ = lastLengthByte + 1 + 2 + topic.size();
         }
-    });
+    }
     return wire_[withId];
 }
 

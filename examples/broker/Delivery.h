@@ -45,10 +45,11 @@ public:
     bool AppendPacket(std::string& out, int qos, unsigned short id, bool retain, Clock::time_point now) const;
 
 private:
-    // The packet without expiry, at QoS 0 and with an identifier to patch, each built once.
+    // The packet without expiry, at QoS 0 and with an identifier to patch, each built once. (A mutex,
+    // not std::call_once: glibc's once wakes possible waiters with a system call every time.)
     const std::string& Wire(bool withId) const;
 
-    mutable std::once_flag built_[2];
+    mutable std::mutex wireLock_;
     mutable std::string wire_[2];
     mutable std::size_t idOffset_ = 0;  // where the identifier lies in wire_[1]
 };
