@@ -37,7 +37,7 @@ const char* Usage()
     return "usage: mqtt_broker [OPTION]...\n"
            "A small MQTT v5 broker on 127.0.0.1, built on libOstrel_MQTTProtocol.\n"
            "  --port N                  listen on port N (0: any free port; default 1883)\n"
-           "  --pools N                 pool indexes, one worker thread each (1-64; default: the cores)\n"
+           "  --pools N                 pool indexes, one worker thread each (1-64; default 1)\n"
            "  --body-mode block|compact how the library hands out packet bodies (default compact)\n"
            "  --trace                   one line per packet in and out on standard output\n"
            "Limits:\n"

@@ -12,7 +12,9 @@ enum class BodyMode { Block, Compact };
 struct BrokerOptions
 {
     unsigned short port = 1883;  // 0: any free port
-    int pools = 1;               // pool indexes, one worker thread each
+    // Pool indexes, one worker thread each. One worker beside the network thread keeps both cores of
+    // a small machine busy; each further worker adds wake-ups per packet.
+    int pools = 1;
     bool trace = false;          // one line per packet in and out on standard output
     BodyMode bodyMode = BodyMode::Compact;
 

@@ -3,16 +3,13 @@
 // broker listens. SIGINT or SIGTERM stops it cleanly.
 #include "broker/Broker.h"
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <string>
-#include <thread>
 
 int main(int argc, char** argv)
 {
     broker::BrokerOptions options;
-    options.pools = static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, 64U));
     std::string error;
     if (!broker::ParseOptions(argc, argv, options, error)) {
         if (error.empty()) {
