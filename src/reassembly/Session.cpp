@@ -38,7 +38,7 @@ struct LastLookup
     uint64_t changes = 0;
     TAVRIN_MQTTPARSE* session = nullptr;
     size_t length = 0;
-    char address[kAddressCapacity];
+    char address[kAddressCapacity] = {};
 };
 thread_local LastLookup t_LastLookup __attribute__((tls_model("initial-exec")));
 
