@@ -296,6 +296,7 @@ def acknowledgements_take_the_short_form(broker):
 ROBUSTNESS = [
     (malformed_stream_stops_at_its_first_bad_byte, []),
     (overrun_queue_disconnects_with_0x97, ["--max-queued-bytes", "1048576"]),
+    (overrun_queue_disconnects_with_0x97, ["--max-queued-messages", "20"]),
     (qos0_beyond_the_queue_is_dropped, ["--max-queued-bytes", "1048576"]),
     (memory_cap_holds_across_clients, ["--max-memory", "4194304"]),
     (retained_store_keeps_its_limits, ["--max-retained", "3", "--max-retained-bytes", "65536"]),
@@ -303,6 +304,7 @@ ROBUSTNESS = [
     (connection_without_connect_is_closed, ["--connect-timeout", "1"]),
     (server_refuses_what_it_does_not_support, []),
     (acknowledgements_take_the_short_form, []),
+    (acknowledgements_take_the_short_form, ["--body-mode", "block"]),
 ]
 
 
@@ -393,7 +395,7 @@ def main():
         try:
             case(broker)
             broker.stop()
-            print(f"ok   {case.__name__} ({time.monotonic() - start:.1f} s)", flush=True)
+            print(f"ok   {case.__name__} {' '.join(options)} ({time.monotonic() - start:.1f} s)", flush=True)
         except Exception as problem:  # every case runs; the failures are listed
             failed += 1
             print(f"FAIL {case.__name__}: {problem!r}\n{broker.text()[-1500:]}", flush=True)
