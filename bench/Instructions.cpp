@@ -1,7 +1,7 @@
 // W1 for callgrind: feeds the W1 stream in 65,536-byte pieces, takes, decodes and frees every packet,
 // in the body mode asked for. bench/instructions counts the instructions spent inside FeedPieces (the
-// library's Send and Recv, the PUBLISH decoder, free and the host's checksum) and divides them by the
-// packets, so that the figure is the same on every run of the same binary.
+// library's Send and Recv, the PUBLISH decoder and free; not the host's checksum) and divides them by
+// the packets, so that the figure is the same on every run of the same binary.
 //
 //   ostrel_instructions block|compact [PACKETS]
 #include "Receive.h"

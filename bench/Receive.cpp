@@ -93,6 +93,11 @@ void Receiver::Decode(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int len
     MQTTProtocol_Parse_Publish(body, length, &header, m_Topic.data(), &identifier, m_Payload.data(), &payloadLength,
                                &properties, &propertyCount);
     Keel_OperatorMemory_Free(reinterpret_cast<void***>(&properties), propertyCount);
+    Tally(identifier, payloadLength);
+}
+
+void Receiver::Tally(unsigned short identifier, int payloadLength)
+{
     m_Sum.publishes++;
     m_Sum.identifiers += identifier;
     m_Sum.topicLengths += strnlen(m_Topic.data(), kTopicProbe);

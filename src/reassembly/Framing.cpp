@@ -99,6 +99,16 @@ public:
     {
         return static_cast<uint8_t>(offset < m_HeldCount ? m_Held[offset] : m_Data[offset - m_HeldCount]);
     }
+    // The first count bytes in one place: where they lie when no held bytes come first, otherwise
+    // copied to scratch.
+    const char* Front(char* scratch, int count) const
+    {
+        if (m_HeldCount == 0) {
+            return m_Data;
+        }
+        CopyTo(scratch, 0, count);
+        return scratch;
+    }
     // Copies count bytes from offset on, across both parts.
     void CopyTo(char* destination, int offset, int count) const
     {
@@ -212,9 +222,9 @@ private:
         if (size < kHeaderThreshold) {
             return {QueueShort(input), false};
         }
-        char header[kMaxFixedHeader];
+        char scratch[kMaxFixedHeader];
         const int headerBytes = std::min(size, kMaxFixedHeader);
-        input.CopyTo(header, 0, headerBytes);
+        const char* const header = input.Front(scratch, headerBytes);
         int remaining = 0;
         int headerSize = 1;
         // The result is not looked at, on purpose: a malformed or cut-off length leaves remaining 0 and

@@ -27,9 +27,12 @@ struct SharedSession
     TAVRIN_MQTTPARSE* session = nullptr;
 };
 
+// Tells the lookups that a table gained or lost a session; called under that table's exclusive lock.
+void TableChanged();
+
 // Looks an address up under the shared table lock, taken behind any Insert or Delete waiting for it.
 // Fails, holding no lock, with the argument code for a null address, the out-of-memory code when the
-// key cannot be made, and the not-found code.
+// key cannot be made, and the not-found code (also for an address of 128 bytes or more).
 bool FindSharedSession(std::shared_mutex& tableLock, const SessionTable& table, const char* address,
                        SharedSession& found);
 

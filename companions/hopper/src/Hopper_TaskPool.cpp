@@ -27,7 +27,7 @@
 
 namespace {
 
-thread_local uint64_t t_LastError = 0;
+thread_local uint64_t t_LastError __attribute__((tls_model("initial-exec"))) = 0;
 
 bool Fail(uint64_t code)
 {
@@ -65,6 +65,7 @@ struct PoolIndex
     // Insertion order -> the address's entry (entries stay put until erased), counts above zero only.
     std::map<uint64_t, const AddressEntry*> ready;
     int waiters = 0;
+    uint64_t erasures = 0;           // addresses erased so far: a remembered entry is valid while unchanged
     uint64_t activations = 0;        // bumped to release the threads waiting now
     bool activationPending = false;  // an activation with no waiter, for the next wait
 };
@@ -93,12 +94,15 @@ struct Pool
 // The pool a thread used last, held by that thread: calls nearly always come for the same pool, and
 // finding it again then takes no lock and no reference count. Holding it keeps the pool alive for
 // the length of a call, as the registry's own reference would.
+// The pointer and the reference live apart: a call reads only the plain pointer, which needs no
+// thread-exit bookkeeping, and the reference is touched only when the pool changes.
 struct LastPool
 {
     uintptr_t id = 0;
-    std::shared_ptr<Pool> pool;
+    Pool* pool = nullptr;
 };
-thread_local LastPool t_LastPool;
+thread_local LastPool t_LastPool __attribute__((tls_model("initial-exec")));
+thread_local std::shared_ptr<Pool> t_LastPoolHeld;
 
 class Registry
 {
@@ -117,11 +121,13 @@ public:
         const auto id = reinterpret_cast<uintptr_t>(handle);
         if (t_LastPool.id != id || t_LastPool.pool == nullptr) {
             std::shared_ptr<Pool> found = Lookup(id);
-            t_LastPool = {id, std::move(found)};  // the pool held before is let go outside the lock
+            t_LastPool = {id, found.get()};
+            t_LastPoolHeld = std::move(found);  // the pool held before is let go outside the lock
         }
-        Pool* pool = t_LastPool.pool.get();
+        Pool* pool = t_LastPool.pool;
         if (pool != nullptr && pool->destroyed.load()) {
             t_LastPool = {};
+            t_LastPoolHeld.reset();
             return nullptr;
         }
         return pool;
@@ -237,6 +243,35 @@ bool WaitOn(Pool& pool, PoolIndex& index, int timeoutMs)
     return Fail(HOPPER_ERR_TIMEOUT);
 }
 
+// The entry a thread counted last: a queue's packets are counted up one after another for the same
+// address, and down likewise, so the next count usually finds its entry here, without a hash. The
+// handle's id is never reused, and an entry stays where it is until an erasure in its index.
+struct LastCounted
+{
+    uintptr_t poolId = 0;
+    int indexNumber = -1;
+    uint64_t erasures = 0;
+    AddressEntry* entry = nullptr;
+};
+thread_local LastCounted t_LastCounted __attribute__((tls_model("initial-exec")));
+
+// Finds an address's entry in an index that the caller holds locked.
+AddressEntry* FindCounted(HOPPER_HANDLE handle, int indexNumber, PoolIndex& index, const char* address)
+{
+    const auto poolId = reinterpret_cast<uintptr_t>(handle);
+    LastCounted& last = t_LastCounted;
+    if (last.poolId == poolId && last.indexNumber == indexNumber && last.erasures == index.erasures &&
+        std::strcmp(last.entry->first.c_str(), address) == 0) {
+        return last.entry;
+    }
+    const auto found = index.addresses.find(std::string_view(address));
+    if (found == index.addresses.end()) {
+        return nullptr;
+    }
+    last = {poolId, indexNumber, index.erasures, &*found};
+    return &*found;
+}
+
 // Changes the ready count of a known address by +1 or -1, keeping the ready listing in step.
 bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int delta)
 {
@@ -249,8 +284,8 @@ bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int
         return Fail(HOPPER_ERR_ARGUMENT);
     }
     std::unique_lock guard(index->lock);
-    const auto found = index->addresses.find(std::string_view(address));
-    if (found == index->addresses.end()) {
+    AddressEntry* const found = FindCounted(handle, indexNumber, *index, address);
+    if (found == nullptr) {
         return Fail(HOPPER_ERR_NOTFOUND);
     }
     Address& entry = found->second;
@@ -259,7 +294,7 @@ bool AdjustCount(HOPPER_HANDLE handle, int indexNumber, const char* address, int
     }
     if (entry.readyCount == 0) {  // an increment that makes the address ready
         try {
-            index->ready.emplace(entry.insertionOrder, &*found);
+            index->ready.emplace(entry.insertionOrder, found);
         } catch (const std::bad_alloc&) {
             return Fail(HOPPER_ERR_MALLOC);
         }
@@ -334,6 +369,7 @@ bool Hopper_TaskPool_AddrInsertEx(HOPPER_HANDLE xhPool, const char* lpszClientAd
         pool->membership.emplace(lpszClientAddr, chosen);
     } catch (const std::bad_alloc&) {
         index.addresses.erase(lpszClientAddr);
+        index.erasures++;
         return Fail(HOPPER_ERR_MALLOC);
     }
     pool->addressCounts[static_cast<size_t>(chosen)]++;
@@ -364,6 +400,7 @@ bool Hopper_TaskPool_AddrDeleteEx(HOPPER_HANDLE xhPool, int nIndex, const char* 
         return true;
     }
     index->addresses.erase(found);
+    index->erasures++;
     pool->membership.erase(lpszClientAddr);
     pool->addressCounts[static_cast<size_t>(nIndex)]--;
     return true;
