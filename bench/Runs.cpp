@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -72,6 +73,55 @@ void RunPieceFloor(benchmark::State& state, const Workload& workload, size_t pie
         }
     }
     AccountPackets(state, meter, workload, workload.packets.size());
+}
+
+bool FillAndFree(char* block, const char* body, uint32_t length)
+{
+    if (block == nullptr) {
+        return false;
+    }
+    std::memcpy(block, body, length);
+    benchmark::DoNotOptimize(block);
+    std::free(block);
+    return true;
+}
+
+bool CopyFloor(const char* body, uint32_t length)
+{
+    return FillAndFree(static_cast<char*>(std::malloc(length)), body, length);
+}
+
+void RunBaseline(benchmark::State& state, const Workload& workload, size_t count, PerPacket perPacket)
+{
+    const Meter meter;
+    for (auto _ : state) {
+        for (size_t i = 0; i < count; i++) {
+            if (!perPacket(BodyOf(workload, i), workload.packets[i].bodyLength)) {
+                state.SkipWithError("out of memory");
+                break;
+            }
+        }
+    }
+    AccountPackets(state, meter, workload, count);
+}
+
+std::string InModeLabel(const std::string& label, int bodyMode)
+{
+    return label + (bodyMode == MQTTPROTOCOL_BODY_COMPACT ? ", compact mode" : ", block mode");
+}
+
+std::string LibraryLabel(int bodyMode) { return InModeLabel("library", bodyMode); }
+
+RunOfRow InBodyMode(int bodyMode, RunOfRow run)
+{
+    return [bodyMode, run = std::move(run)](benchmark::State& state) {
+        if (!MQTTProtocol_Parse_BodyMode(bodyMode)) {
+            state.SkipWithError("the body mode could not be set");
+            return;
+        }
+        run(state);
+        MQTTProtocol_Parse_BodyMode(MQTTPROTOCOL_BODY_BLOCK);
+    };
 }
 
 void RunMemcpy(benchmark::State& state, size_t bytes)

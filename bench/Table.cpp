@@ -168,6 +168,23 @@ double TimeRatio(const Results& all, const std::string& key, const std::string& 
     return self->second.nsPerPacket / reference->second.nsPerPacket;
 }
 
+Target AtMostTimes(std::string text, std::string key, std::string referenceKey, double limit)
+{
+    return {std::move(text), [key = std::move(key), referenceKey = std::move(referenceKey), limit](
+                                 const Measured&, const Results& all) {
+                const double ratio = TimeRatio(all, key, referenceKey);
+                return ratio > 0 && ratio <= limit;
+            }};
+}
+
+Target AtLeastFaster(std::string text, std::string key, std::string referenceKey, double factor)
+{
+    return {std::move(text), [key = std::move(key), referenceKey = std::move(referenceKey), factor](
+                                 const Measured&, const Results& all) {
+                return TimeRatio(all, referenceKey, key) >= factor;
+            }};
+}
+
 benchmark::internal::Benchmark* AddRow(Row row, std::function<void(benchmark::State&)> run)
 {
     const std::string key = KeyOf(row.group, row.label);

@@ -70,6 +70,11 @@ std::string KeyOf(const std::string& group, const std::string& label);
 // The time per packet of one row divided by another's (a missing or failed row gives 0).
 double TimeRatio(const Results& all, const std::string& key, const std::string& referenceKey);
 
+// Targets on a row's time per packet beside another row's: at most `limit` times it, or at least
+// `factor` times faster than it. A missing or failed row misses both.
+Target AtMostTimes(std::string text, std::string key, std::string referenceKey, double limit);
+Target AtLeastFaster(std::string text, std::string key, std::string referenceKey, double factor);
+
 // Registers a benchmark as a row of the table under the key group/label.
 benchmark::internal::Benchmark* AddRow(Row row, std::function<void(benchmark::State&)> run);
 

@@ -1,5 +1,5 @@
-// W1 to W4: the library on each workload beside baselines that do, per packet, only what the block
-// contract, the literal design and a plain copy must do.
+// W1 to W4: the library on each workload, in each body mode, beside baselines that do, per packet,
+// only what the block contract, the literal design and a plain copy must do.
 #include "Runs.h"
 #include "Settings.h"
 #include "Table.h"
@@ -26,28 +26,14 @@ constexpr size_t kLargePiece = 65536;
 constexpr size_t kSegmentPiece = 1460;
 constexpr double kFloorLimit = 1.3;
 constexpr double kLiteralSpeedup = 8;
+constexpr double kCompactCopyLimit = 10;
+constexpr double kCompactSpeedup = 50;
 
-const char* const kLibrary = "library";
 const char* const kContractFloor = "contract floor";
 const char* const kPieceFloor = "contract floor, a piece's blocks held together";
 const char* const kLiteralMapped = "literal design";
 const char* const kLiteralHeap = "literal design, block reused from the heap";
 const char* const kCopyFloor = "copy floor";
-
-// What a baseline does with one packet's body; false when memory ran out.
-using PerPacket = bool (*)(const char* body, uint32_t length);
-
-// Copies a body into a block just allocated, then frees the block; false when there was none.
-bool FillAndFree(char* block, const char* body, uint32_t length)
-{
-    if (block == nullptr) {
-        return false;
-    }
-    std::memcpy(block, body, length);
-    benchmark::DoNotOptimize(block);
-    std::free(block);
-    return true;
-}
 
 // Per packet: calloc a block, copy the body, free the block.
 bool ContractFloor(const char* body, uint32_t length)
@@ -81,48 +67,20 @@ bool LiteralHeap(const char* body, uint32_t length)
     return true;
 }
 
-// Per packet: malloc as many bytes as the body, copy it, free them.
-bool CopyFloor(const char* body, uint32_t length)
-{
-    return FillAndFree(static_cast<char*>(std::malloc(length)), body, length);
-}
-
-void RunBaseline(benchmark::State& state, const Workload& workload, size_t count, PerPacket perPacket)
-{
-    const Meter meter;
-    for (auto _ : state) {
-        for (size_t i = 0; i < count; i++) {
-            if (!perPacket(BodyOf(workload, i), workload.packets[i].bodyLength)) {
-                state.SkipWithError("out of memory");
-                break;
-            }
-        }
-    }
-    AccountPackets(state, meter, workload, count);
-}
-
 std::vector<Target> WorkloadTargets(const std::string& group)
 {
-    const std::string key = KeyOf(group, kLibrary);
-    const std::string floorKey = KeyOf(group, kContractFloor);
-    const std::string literalKey = KeyOf(group, kLiteralHeap);
+    const std::string key = KeyOf(group, LibraryLabel(MQTTPROTOCOL_BODY_BLOCK));
     return {
-        {"≤ 1.30× contract floor",
-         [key, floorKey](const Measured&, const Results& all) {
-             const double ratio = TimeRatio(all, key, floorKey);
-             return ratio > 0 && ratio <= kFloorLimit;
-         }},
-        {"≥ 8× faster than the literal design, even from the heap",
-         [key, literalKey](const Measured&, const Results& all) {
-             return TimeRatio(all, literalKey, key) >= kLiteralSpeedup;
-         }},
+        AtMostTimes("≤ 1.30× contract floor", key, KeyOf(group, kContractFloor), kFloorLimit),
+        AtLeastFaster("≥ 8× faster than the literal design, even from the heap", key, KeyOf(group, kLiteralHeap),
+                      kLiteralSpeedup),
     };
 }
 
-Row LibraryRow(const WorkloadCase& workloadCase)
+Row BlockRow(const WorkloadCase& workloadCase)
 {
     const std::string group = workloadCase.group;
-    Row row(group, kLibrary);
+    Row row(group, LibraryLabel(MQTTPROTOCOL_BODY_BLOCK));
     row.comparisons = {{KeyOf(group, kContractFloor)},
                        {KeyOf(group, kPieceFloor)},
                        {KeyOf(group, kLiteralMapped), Comparison::Style::FasterThan},
@@ -130,6 +88,22 @@ Row LibraryRow(const WorkloadCase& workloadCase)
                        {KeyOf(group, kCopyFloor)}};
     if (workloadCase.judged) {
         row.targets = WorkloadTargets(group);
+    }
+    return row;
+}
+
+Row CompactRow(const WorkloadCase& workloadCase)
+{
+    const std::string group = workloadCase.group;
+    const std::string key = KeyOf(group, LibraryLabel(MQTTPROTOCOL_BODY_COMPACT));
+    const std::string blockKey = KeyOf(group, LibraryLabel(MQTTPROTOCOL_BODY_BLOCK));
+    Row row(group, LibraryLabel(MQTTPROTOCOL_BODY_COMPACT));
+    row.comparisons = {{KeyOf(group, kCopyFloor)}, {blockKey, Comparison::Style::FasterThan}};
+    if (workloadCase.judged) {
+        row.targets = {
+            AtMostTimes("≤ 10× copy floor", key, KeyOf(group, kCopyFloor), kCompactCopyLimit),
+            AtLeastFaster("≥ 50× faster than block mode", key, blockKey, kCompactSpeedup),
+        };
     }
     return row;
 }
@@ -145,9 +119,12 @@ void RegisterWorkload(const WorkloadCase& workloadCase, int packets, const Setti
             RunBaseline(state, workload(), count, perPacket);
         };
     };
+    const auto library = [workload, pieceSize](benchmark::State& state) {
+        RunOneClient(state, workload(), pieceSize);
+    };
     const std::vector<benchmark::internal::Benchmark*> registered = {
-        AddRow(LibraryRow(workloadCase),
-               [workload, pieceSize](benchmark::State& state) { RunOneClient(state, workload(), pieceSize); }),
+        AddRow(BlockRow(workloadCase), library),
+        AddRow(CompactRow(workloadCase), InBodyMode(MQTTPROTOCOL_BODY_COMPACT, library)),
         AddRow({group, kContractFloor}, baseline(sample(packets), ContractFloor)),
         AddRow({group, kPieceFloor},
                [workload, pieceSize](benchmark::State& state) { RunPieceFloor(state, workload(), pieceSize); }),

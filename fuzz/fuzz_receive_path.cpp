@@ -10,6 +10,7 @@
 #include "FuzzSupport.h"
 
 #include "MQTTProtocol.h"
+#include "reassembly/AllocatedSize.h"
 #include "reassembly/PoolCounts.h"
 #include "reassembly/ReferenceFraming.h"
 
@@ -17,12 +18,6 @@
 #include <cstring>
 #include <map>
 
-#ifndef __has_feature
-#define __has_feature(x) 0
-#endif
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
-#include <sanitizer/allocator_interface.h>
-#endif
 #include <string>
 
 namespace {
@@ -101,7 +96,7 @@ private:
         REQUIRE(length == static_cast<int>(expected.bytes.size()) && length <= MQTTPROTOCOL_PACKET_BLOCK_SIZE);
         if (body != nullptr) {
             REQUIRE(length == 0 || std::memcmp(body, expected.bytes.data(), expected.bytes.size()) == 0);
-#if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
+#ifdef MQTTTEST_KNOWS_ALLOCATED_SIZE
             REQUIRE(__sanitizer_get_allocated_size(body) == static_cast<size_t>(length > 0 ? length : 1));
 #endif
         }

@@ -263,10 +263,14 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_Header(char* ptszMsgBuffer, int* pInt_
  * terminated and must not be null where they are written. Each builder fails with
  * MQTTPROTOCOL_ERR_PACKET_ARGUMENT, writing nothing, when ptszMsgBuffer or pInt_MsgLen is null; no
  * other argument is checked, and nothing else makes it fail.
- * Decoders: lpszMsgBuffer is a body as MQTTProtocol_Parse_Recv hands it out, inside its zero-filled
- * block of 0xA00000 bytes. The decoders trust every length prefix and read fixed positions whatever
- * nMsgLen says, so a short or hostile body is read past its end into that block (zeros, well
- * defined); a body from anywhere else must be readable as far as its prefixes reach. No terminator is
+ * Decoders: lpszMsgBuffer is a body as MQTTProtocol_Parse_Recv hands it out, with the length it
+ * handed out. The decoders trust every length prefix and read fixed positions. In block mode they do
+ * so whatever nMsgLen says, so a short or hostile body is read past its end into its zero-filled
+ * block of 0xA00000 bytes (zeros, well defined), and a body from anywhere else must be readable as
+ * far as its prefixes reach. In compact mode (see MQTTProtocol_Parse_BodyMode) every decoder reads
+ * only the nMsgLen bytes it is given, a negative nMsgLen counting as 0, and every byte at or beyond
+ * nMsgLen reads as zero: the outputs are byte for byte those of block mode for the same body. Where
+ * a decoder below says "nMsgLen is not used", that holds in block mode. No terminator is
  * added to any copied string: zero every output first. An out-parameter of a field the body does not
  * carry is left as it was; when the property block is empty, the list out and the count out are not
  * written, so set the list pointer to null and the count to 0 before the call. A decoded list is the
@@ -486,7 +490,8 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const 
  * *pInt_MsgLen, then lowers the client's ready count in the pool by one (after releasing the session's
  * lock, so another worker may briefly see the count and get MQTTPROTOCOL_ERR_PARSE_EMPTY: not an error
  * in the data; a Delete of the address waits for it, so it never lands on a later session). The host
- * owns the block and frees it with free(). One packet per call.
+ * owns the block (10 MiB, or the body's own size in compact mode: see "Body modes") and frees it with
+ * free(); in compact mode it passes *pInt_MsgLen on to the decoder. One packet per call.
  * Fails, writing nothing and leaving the queue and the count alone, with, in the order checked,
  * MQTTPROTOCOL_ERR_PARSE_ARGUMENT (lpszClientAddr null), MQTTPROTOCOL_ERR_PARSE_NOTFOUND (address
  * unknown), MQTTPROTOCOL_ERR_PARSE_EMPTY (queue empty), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE (the oldest
@@ -624,7 +629,9 @@ public:
      * exactly 2 or 4 bytes is read as an integer and converted to host order like one, so a
      * two-character string comes back with its bytes reversed. At least one property is always
      * decoded, even for nMsgLen <= 0. A fixed-width value near the end is read in full, up to 4 bytes
-     * past the block: the caller guarantees them readable (bodies from MQTTProtocol_Parse_Recv are).
+     * past the block: in block mode the caller guarantees them readable (bodies from
+     * MQTTProtocol_Parse_Recv are); in compact mode nothing at or beyond nMsgLen is read (it reads as
+     * zero).
      * Always returns true; if the list cannot be allocated the count is set to 0 and the list untouched. */
     bool MQTTProtocol_Parse_Property(const char* lpszMsgBuffer, int nMsgLen, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                      int* pInt_PropertyCount);

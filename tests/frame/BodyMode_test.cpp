@@ -78,13 +78,13 @@ mqttdecode::Run DecodeInMode(int mode, int decoder, uint8_t flags, const Bytes& 
     EXPECT_TRUE(MQTTProtocol_Parse_BodyMode(mode));
     const int length = static_cast<int>(body.size());
     if (mode == MQTTPROTOCOL_BODY_BLOCK) {
-        std::memcpy(SharedBlock(), body.data(), body.size());
+        std::copy(body.begin(), body.end(), SharedBlock());
         mqttdecode::Run run = mqttdecode::Decode(decoder, flags, SharedBlock(), length);
         std::memset(SharedBlock(), 0, body.size());
         return run;
     }
     const std::unique_ptr<char[]> exact(new char[body.size()]);
-    std::memcpy(exact.get(), body.data(), body.size());
+    std::copy(body.begin(), body.end(), exact.get());
     return mqttdecode::Decode(decoder, flags, exact.get(), length);
 }
 

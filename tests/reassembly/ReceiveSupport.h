@@ -4,11 +4,8 @@
 
 #include "TestSupport.h"
 #include "frame/BodyMode.h"
+#include "reassembly/AllocatedSize.h"
 #include "reassembly/PoolCounts.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
-#endif
 
 #include <algorithm>
 #include <atomic>
@@ -80,7 +77,7 @@ inline Taken Take(const char* address, bool checkWholeBlock = false)
     taken.first = static_cast<uint8_t>(header.byMsgType << 4 | header.byMsgFlag);
     taken.hasBody = body != nullptr;
     if (body != nullptr) {
-#if defined(__SANITIZE_ADDRESS__)
+#ifdef MQTTTEST_KNOWS_ALLOCATED_SIZE
         // The sanitizer's allocator knows the size asked for: a compact block is exactly the body.
         const size_t expectedSize = mqttprotocol::CompactBodies() ? std::max(length, 1) : MQTTPROTOCOL_PACKET_BLOCK_SIZE;
         EXPECT_EQ(__sanitizer_get_allocated_size(body), expectedSize);
