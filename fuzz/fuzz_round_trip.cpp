@@ -38,7 +38,9 @@ PropertyList DrawProperties(InputReader& in)
         switch (in.Byte() % 3) {
         case 0: properties.Integer(Pick(in, kByteIDs), 1, in.Byte()); break;
         case 1: properties.Integer(Pick(in, kTwoByteIDs), 2, in.U16()); break;
-        default: properties.Integer(Pick(in, kFourByteIDs), 4, static_cast<uint32_t>(in.U16()) << 16 | in.U16()); break;
+        default:
+            properties.Integer(Pick(in, kFourByteIDs), 4, static_cast<uint32_t>(in.U16()) << 16 | in.U16());
+            break;
         }
         blockLen += 1 + properties.records.back().nPropertyLen;
     }
@@ -163,7 +165,8 @@ struct RoundTrip
                                                properties.Count()));
         uint8_t gotReason = 0;
         uint16_t gotIdentifier = 0;
-        REQUIRE(MQTTProtocol_Parse_Puback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list, &decoded.count));
+        REQUIRE(MQTTProtocol_Parse_Puback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list,
+                                          &decoded.count));
         REQUIRE(gotReason == reason && gotIdentifier == identifier);
         REQUIRE(decoded.Holds(expected));
     }
@@ -206,7 +209,8 @@ struct RoundTrip
                                             properties.Count()));
         uint8_t gotReason = 0;
         uint16_t gotIdentifier = 0;
-        REQUIRE(MQTTProtocol_Parse_UNSuback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list, &decoded.count));
+        REQUIRE(MQTTProtocol_Parse_UNSuback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list,
+                                          &decoded.count));
         REQUIRE(gotReason == reason && gotIdentifier == identifier);
         REQUIRE(decoded.Holds(expected));
     }
