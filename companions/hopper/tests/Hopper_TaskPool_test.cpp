@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -128,6 +129,10 @@ TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
         {"128-byte address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, tooLong.c_str(), &index); },
          HOPPER_ERR_ARGUMENT},
         {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
+        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, &events, nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "b"); }, HOPPER_ERR_NOTFOUND},
         {"unknown handle", [&] { return Hopper_TaskPool_AddrGetEx(unknown, 0, &events, &index); }, HOPPER_ERR_HANDLE},
         {"null handle", [] { return Hopper_TaskPool_ActiveEventEx(nullptr, 0); }, HOPPER_ERR_HANDLE},
         {"destroy unknown", [&] { return Hopper_TaskPool_DestoryEx(unknown); }, HOPPER_ERR_HANDLE},
@@ -136,6 +141,10 @@ TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
         EXPECT_FALSE(c.call()) << c.what;
         EXPECT_EQ(Hopper_GetLastError(nullptr), c.code) << c.what;
     }
+    errno = ENOMEM;
+    int sysError = 0;
+    EXPECT_EQ(Hopper_GetLastError(&sysError), HOPPER_ERR_HANDLE);
+    EXPECT_EQ(sysError, ENOMEM) << "the thread's errno is handed out beside the code";
     EXPECT_TRUE(Hopper_TaskPool_AddrInsertEx(pool.handle, std::string(127, 'x').c_str(), &index)) << "127 bytes fit";
 }
 
