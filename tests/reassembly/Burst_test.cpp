@@ -1,13 +1,16 @@
 // One piece carrying 70,000 packets: cutting them must not use stack per packet, every one must come
 // out, in order, each counted once; and in block mode the burst, more blocks than glibc maps by
 // default, must leave every later block a fresh mapping rather than heap memory cleared by hand.
+// A sanitizer's allocator is its own, so glibc's count of mappings is not met there, and each block
+// costs shadow memory (ThreadSanitizer even clears every block by hand, so each block held is 10 MiB
+// resident): the burst is then a hundred packets, whose order and counts are checked all the same.
 #include "reassembly/ReceiveSupport.h"
 
 #include <malloc.h>
 
 namespace {
 
-constexpr int kPingreqs = 70000;
+constexpr int kPingreqs = mqtttest::kSanitized ? 100 : 70000;
 
 void SendBurstAndTakeIt(const mqtttest::Session& session)
 {

@@ -83,6 +83,8 @@ TEST_F(ReceiveSession, RefusedCallsChangeNothing)
 
     ASSERT_TRUE(MQTTProtocol_Parse_Send(address, nullptr, 0));  // an empty piece, added to the waiting bytes
     ASSERT_TRUE(session.Send({0xC0, 0x00}));
+    expectRefused(MQTTProtocol_Parse_Recv(address, nullptr, &body, &length), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
+    expectRefused(MQTTProtocol_Parse_Recv(address, &header, nullptr, &length), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Recv(address, &header, &body, nullptr), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     EXPECT_EQ(body, reinterpret_cast<char*>(&header));
     EXPECT_EQ(length, -7);
