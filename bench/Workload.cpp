@@ -1,5 +1,7 @@
 #include "Workload.h"
 
+#include "MQTTWire.h"
+
 #include <algorithm>
 #include <map>
 #include <utility>
@@ -19,18 +21,6 @@ constexpr int kQos0Payload = 16;
 // Identifiers run 1 .. 65535 and start again.
 constexpr uint32_t kIdentifierCycle = 65535;
 
-void AppendRemainingLength(std::vector<char>& out, uint32_t value)
-{
-    do {
-        uint8_t digit = value % 128;
-        value /= 128;
-        if (value > 0) {
-            digit |= 0x80;
-        }
-        out.push_back(static_cast<char>(digit));
-    } while (value > 0);
-}
-
 void AppendU16(std::vector<char>& out, uint32_t value)
 {
     out.push_back(static_cast<char>(value >> 8));
@@ -45,7 +35,7 @@ void AppendPublish(Workload& workload, uint64_t index, uint32_t identifier, uint
     const size_t start = out.size();
     const uint32_t bodyLength = 2 + kTopicLength + (identifier != 0 ? 2 : 0) + 1 + payloadLength;
     out.push_back(static_cast<char>(identifier != 0 ? kFirstQos1 : kFirstQos0));
-    AppendRemainingLength(out, bodyLength);
+    mqttwire::AppendRemainingLength(out, bodyLength);
     const auto bodyOffset = static_cast<uint32_t>(out.size() - start);
     AppendU16(out, kTopicLength);
     out.insert(out.end(), kTopic, kTopic + kTopicLength);

@@ -79,8 +79,14 @@ double Percentile(std::vector<double>& sorted, double share)
 int main(int argc, char** argv)
 {
     Options options;
+    if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
+        std::printf("usage: %s [--busy 0..64] [--pairs 1..1000000]\n"
+                    "Times Delete + Insert pairs of one address while --busy threads (3) loop on Send and Recv.\n",
+                    argv[0]);
+        return 0;
+    }
     if (!ParseOptions(argc, argv, options)) {
-        std::fprintf(stderr, "usage: %s [--busy 0..64] [--pairs 1..1000000]\n", argv[0]);
+        std::fprintf(stderr, "usage: %s [--busy 0..64] [--pairs 1..1000000] (--help)\n", argv[0]);
         return 2;
     }
     if (!MQTTProtocol_Parse_Init(1)) {

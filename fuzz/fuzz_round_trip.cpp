@@ -4,8 +4,7 @@
 // variable-length property only in last place, strings without NUL bytes).
 // Input: [family][fields and properties drawn from the rest...]
 #include "FuzzSupport.h"
-
-#include "MQTTProtocol.h"
+#include "MQTTWire.h"
 
 #include <cstring>
 #include <string>
@@ -14,6 +13,7 @@
 namespace {
 
 using mqttfuzz::InputReader;
+using mqttwire::PropertyList;
 
 constexpr size_t kBlockSize = 0xA00000;
 const uint8_t kByteIDs[] = {0x01, 0x17, 0x19, 0x24, 0x25, 0x28, 0x29, 0x2A};
@@ -29,60 +29,28 @@ uint8_t Pick(InputReader& in, const uint8_t (&ids)[N])
 
 // A property list within the standard's block format: fixed-width values, then at most one value
 // that takes the rest of the block, the whole block under 128 bytes.
-struct Properties
+PropertyList DrawProperties(InputReader& in)
 {
-    std::vector<MQTTPROTOCOL_HDRPROPERTY> records;
-    std::vector<MQTTPROTOCOL_HDRPROPERTY*> pointers;
-    MQTTPROTOCOL_HDRPROPERTY** array = nullptr;
-
-    explicit Properties(InputReader& in)
-    {
-        int blockLen = 0;
-        const int fixedCount = in.Byte() % 8;
-        for (int i = 0; i < fixedCount; i++) {
-            MQTTPROTOCOL_HDRPROPERTY property{};
-            switch (in.Byte() % 3) {
-            case 0: property.byPropertyID = Pick(in, kByteIDs); property.nPropertyLen = 1; property.byValue = in.Byte(); break;
-            case 1: property.byPropertyID = Pick(in, kTwoByteIDs); property.nPropertyLen = 2; property.wValue = in.U16(); break;
-            default:
-                property.byPropertyID = Pick(in, kFourByteIDs);
-                property.nPropertyLen = 4;
-                property.dwValue = static_cast<uint32_t>(in.U16()) << 16 | in.U16();
-                break;
-            }
-            blockLen += 1 + property.nPropertyLen;
-            records.push_back(property);
+    PropertyList properties;
+    int blockLen = 0;
+    const int fixedCount = in.Byte() % 8;
+    for (int i = 0; i < fixedCount; i++) {
+        switch (in.Byte() % 3) {
+        case 0: properties.Integer(Pick(in, kByteIDs), 1, in.Byte()); break;
+        case 1: properties.Integer(Pick(in, kTwoByteIDs), 2, in.U16()); break;
+        default:
+            properties.Integer(Pick(in, kFourByteIDs), 4, static_cast<uint32_t>(in.U16()) << 16 | in.U16());
+            break;
         }
-        // A rest-of-block value of exactly 1, 2 or 4 bytes would be read back as an integer.
-        const int restLen = in.Byte() % 64;
-        if (restLen != 0 && restLen != 1 && restLen != 2 && restLen != 4 && blockLen + 1 + restLen <= 127) {
-            MQTTPROTOCOL_HDRPROPERTY property{};
-            property.byPropertyID = Pick(in, kRestOfBlockIDs);
-            property.nPropertyLen = restLen;
-            for (int i = 0; i < restLen; i++) property.tszValue[i] = static_cast<char>(in.Byte());
-            records.push_back(property);
-        }
+        blockLen += 1 + properties.records.back().nPropertyLen;
     }
-    MQTTPROTOCOL_HDRPROPERTY*** List()
-    {
-        pointers.clear();
-        for (auto& record : records) pointers.push_back(&record);
-        array = pointers.data();
-        return &array;
+    // A rest-of-block value of exactly 1, 2 or 4 bytes would be read back as an integer.
+    const int restLen = in.Byte() % 64;
+    if (restLen != 0 && restLen != 1 && restLen != 2 && restLen != 4 && blockLen + 1 + restLen <= 127) {
+        MQTTPROTOCOL_HDRPROPERTY& property = properties.Add(Pick(in, kRestOfBlockIDs), restLen);
+        for (int i = 0; i < restLen; i++) property.tszValue[i] = static_cast<char>(in.Byte());
     }
-    int Count() const { return static_cast<int>(records.size()); }
-};
-
-// Decoded properties must equal the list as it was before the builder swapped it.
-void RequireSame(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& expected, MQTTPROTOCOL_HDRPROPERTY** decoded, int count)
-{
-    REQUIRE(count == static_cast<int>(expected.size()));
-    for (int i = 0; i < count; i++) {
-        const auto& want = expected[static_cast<size_t>(i)];
-        REQUIRE(decoded[i]->byPropertyID == want.byPropertyID && decoded[i]->nPropertyLen == want.nPropertyLen);
-        REQUIRE(std::memcmp(decoded[i]->tszValue, want.tszValue, sizeof(want.tszValue)) == 0);
-    }
-    Keel_OperatorMemory_Free(reinterpret_cast<void***>(&decoded), count);
+    return properties;
 }
 
 std::string Text(InputReader& in, size_t maxLen)
@@ -106,8 +74,7 @@ struct RoundTrip
     char* block;
     std::vector<char> body = std::vector<char>(70000);
     int bodyLen = 0;
-    MQTTPROTOCOL_HDRPROPERTY** decoded = nullptr;
-    int decodedCount = 0;
+    mqttwire::DecodedProperties decoded{};
 
     // Places the built body at the start of the zeroed block, as delivery hands it out.
     const char* Deliver()
@@ -118,61 +85,61 @@ struct RoundTrip
 
     void Connect()
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         MQTTPROTOCOL_HDRCONNNECT header{};
         header.byConnFlags = in.Byte() & 0xC2;  // user name, password, clean start
         const uint16_t keepAlive = in.U16();
         header.wKeepAlive = static_cast<uint16_t>(keepAlive >> 8 | keepAlive << 8);  // network order
         const std::string clientID = Text(in, 255), user = Text(in, 255), password = Text(in, 255);
-        REQUIRE(MQTTProtocol_Packet_REQConnect(body.data(), &bodyLen, &header, clientID.c_str(), properties.List(),
+        REQUIRE(MQTTProtocol_Packet_REQConnect(body.data(), &bodyLen, &header, clientID.c_str(), properties.Get(),
                                                properties.Count(), user.c_str(), password.c_str()));
         MQTTPROTOCOL_HDRCONNNECT got{};
         MQTTPROTOCOL_USERINFO info{};
-        REQUIRE(MQTTProtocol_Parse_Connect(Deliver(), bodyLen, &got, &info, &decoded, &decodedCount));
+        REQUIRE(MQTTProtocol_Parse_Connect(Deliver(), bodyLen, &got, &info, &decoded.list, &decoded.count));
         REQUIRE(got.byVersion == 5 && got.byConnFlags == header.byConnFlags && got.wKeepAlive == keepAlive);
         REQUIRE(clientID == info.tszClientID);
         REQUIRE(std::string(info.tszClientUser) == ((header.byConnFlags & 0x80) ? user : ""));
         REQUIRE(std::string(info.tszClientPass) == ((header.byConnFlags & 0x40) ? password : ""));
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 
     void Connack()
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_REPConnect(body.data(), &bodyLen, in.Byte() & 1, reason, properties.List(),
+        REQUIRE(MQTTProtocol_Packet_REPConnect(body.data(), &bodyLen, in.Byte() & 1, reason, properties.Get(),
                                                properties.Count()));
         uint8_t got = 0;
-        REQUIRE(MQTTProtocol_Parse_Connack(Deliver(), bodyLen, &got, &decoded, &decodedCount));
+        REQUIRE(MQTTProtocol_Parse_Connack(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
         REQUIRE(got == reason);
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 
     void Disconnect()
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_DisConnect(body.data(), &bodyLen, reason, properties.List(), properties.Count()));
+        REQUIRE(MQTTProtocol_Packet_DisConnect(body.data(), &bodyLen, reason, properties.Get(), properties.Count()));
         uint8_t got = 0;
-        REQUIRE(MQTTProtocol_Parse_Disconnect(Deliver(), bodyLen, &got, &decoded, &decodedCount));
+        REQUIRE(MQTTProtocol_Parse_Disconnect(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
         REQUIRE(got == reason);
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 
     void Publish()
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         const std::string topic = Text(in, 255);
         const uint8_t qos = in.Byte() % 3;
         const uint16_t identifier = qos == 0 ? 0 : NonZeroIdentifier(in);
         std::vector<char> payload(in.Byte() * 16u);
         for (auto& byte : payload) byte = static_cast<char>(in.Byte());
         REQUIRE(MQTTProtocol_Packet_REQPublish(body.data(), &bodyLen, topic.c_str(), payload.data(),
-                                               static_cast<int>(payload.size()), identifier, properties.List(),
+                                               static_cast<int>(payload.size()), identifier, properties.Get(),
                                                properties.Count()));
         MQTTPROTOCOL_FIXEDHEADER header{};
         header.byMsgType = 3;
@@ -181,32 +148,33 @@ struct RoundTrip
         uint16_t gotIdentifier = 0;
         int gotPayloadLen = 0;
         REQUIRE(MQTTProtocol_Parse_Publish(Deliver(), bodyLen, &header, gotTopic.data(), &gotIdentifier, gotPayload.data(),
-                                           &gotPayloadLen, &decoded, &decodedCount));
+                                           &gotPayloadLen, &decoded.list, &decoded.count));
         REQUIRE(topic == gotTopic.data() && gotIdentifier == identifier);
         REQUIRE(gotPayloadLen == static_cast<int>(payload.size()));
         REQUIRE(payload.empty() || std::memcmp(gotPayload.data(), payload.data(), payload.size()) == 0);
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 
     void Acknowledgement()
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint16_t identifier = NonZeroIdentifier(in);
         const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_REPPublish(body.data(), &bodyLen, identifier, reason, properties.List(),
+        REQUIRE(MQTTProtocol_Packet_REPPublish(body.data(), &bodyLen, identifier, reason, properties.Get(),
                                                properties.Count()));
         uint8_t gotReason = 0;
         uint16_t gotIdentifier = 0;
-        REQUIRE(MQTTProtocol_Parse_Puback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded, &decodedCount));
+        REQUIRE(MQTTProtocol_Parse_Puback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list,
+                                          &decoded.count));
         REQUIRE(gotReason == reason && gotIdentifier == identifier);
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 
     void Subscribe(bool withOptions)
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint16_t identifier = in.U16();
         const std::string filter = Text(in, 255);
         const uint8_t optionsByte = in.Byte();
@@ -216,34 +184,35 @@ struct RoundTrip
         uint16_t gotIdentifier = 0;
         if (withOptions) {
             REQUIRE(MQTTProtocol_Packet_REQSubscribe(body.data(), &bodyLen, identifier, filter.c_str(), &options,
-                                                     properties.List(), properties.Count()));
+                                                     properties.Get(), properties.Count()));
             MQTTPROTOCOL_HDRSUBSCRIBE gotOptions{};
             REQUIRE(MQTTProtocol_Parse_Subscribe(Deliver(), bodyLen, &gotIdentifier, gotFilter.data(), &gotOptions,
-                                                 &decoded, &decodedCount));
+                                                 &decoded.list, &decoded.count));
             REQUIRE(std::memcmp(&gotOptions, &optionsByte, 1) == 0);
         } else {
             REQUIRE(MQTTProtocol_Packet_REQUNSubscribe(body.data(), &bodyLen, identifier, filter.c_str(),
-                                                       properties.List(), properties.Count()));
-            REQUIRE(MQTTProtocol_Parse_UNSubcribe(Deliver(), bodyLen, &gotIdentifier, gotFilter.data(), &decoded,
-                                                  &decodedCount));
+                                                       properties.Get(), properties.Count()));
+            REQUIRE(MQTTProtocol_Parse_UNSubcribe(Deliver(), bodyLen, &gotIdentifier, gotFilter.data(), &decoded.list,
+                                                  &decoded.count));
         }
         REQUIRE(gotIdentifier == identifier && filter == gotFilter.data());
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 
     void Unsuback()
     {
-        Properties properties(in);
-        const auto expected = properties.records;
+        PropertyList properties = DrawProperties(in);
+        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint16_t identifier = NonZeroIdentifier(in);
         const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_REPComm(body.data(), &bodyLen, identifier, reason, properties.List(),
+        REQUIRE(MQTTProtocol_Packet_REPComm(body.data(), &bodyLen, identifier, reason, properties.Get(),
                                             properties.Count()));
         uint8_t gotReason = 0;
         uint16_t gotIdentifier = 0;
-        REQUIRE(MQTTProtocol_Parse_UNSuback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded, &decodedCount));
+        REQUIRE(MQTTProtocol_Parse_UNSuback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list,
+                                          &decoded.count));
         REQUIRE(gotReason == reason && gotIdentifier == identifier);
-        RequireSame(expected, decoded, decodedCount);
+        REQUIRE(decoded.Holds(expected));
     }
 };
 

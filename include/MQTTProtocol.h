@@ -445,9 +445,10 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Destory(void);
  * keep the address when the table itself could not grow). */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Insert(const char* lpszClientAddr);
 /** Closes a client's session: frees every body block and buffer still queued in it, drops its queue,
- * removes one of the address's pool entries with its ready count, and removes it from the table. The session record itself (its lock and empty
- * queue) is deliberately not freed: a host that opens and closes very many sessions grows by one record
- * each time. Returns true always; an unknown or null address changes nothing and leaves the flag false.
+ * removes one of the address's pool entries with its ready count, and removes the address from the
+ * table. The session record itself (its lock and empty queue) is deliberately not freed: a host that
+ * opens and closes very many sessions grows by one record each time. Returns true always; an
+ * unknown or null address changes nothing and leaves the flag false.
  * Should memory for the lookup run out, nothing is deleted and the flag is set with
  * MQTTPROTOCOL_ERR_PARSE_MALLOC. Bodies already handed out stay the host's. */
 MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);

@@ -1,23 +1,18 @@
 // A small MQTT v5 broker on the library's exported interface.
 //
 // One network thread accepts connections on 127.0.0.1 and reads them (epoll, non-blocking sockets),
-// and hands every read, just as it came, to the library's receive side, which cuts the stream into
-// packets. One worker thread per pool index waits for the library to report clients with packets
-// ready, takes the packets, decodes them and answers with the library's builders. A client whose
-// stream the library refuses, or the broker's decoders do, is closed; the others carry on.
+// and hands every read, up to the first byte it finds malformed, to the library's receive side, which
+// cuts the stream into packets. One worker thread per pool index waits for the library to report
+// clients with packets ready, takes the packets, decodes them and answers with the library's
+// builders. A client whose stream is malformed, or that breaks a limit, is closed; the others carry on.
 #pragma once
+
+#include "broker/Options.h"
 
 #include <csignal>
 #include <memory>
 
 namespace broker {
-
-struct BrokerOptions
-{
-    unsigned short port = 1883;  // 0: any free port
-    int pools = 1;               // pool indexes, one worker thread each
-    bool trace = false;          // one line per packet in and out on standard output
-};
 
 class Broker
 {
@@ -34,8 +29,9 @@ public:
     // closes every connection and ends the receive side.
     void Run(const sigset_t& stopSignals);
 
-private:
     struct State;
+
+private:
     std::unique_ptr<State> state_;
 };
 

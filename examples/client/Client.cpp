@@ -1,5 +1,7 @@
 #include "client/Client.h"
 
+#include "host/Reasons.h"
+
 #include <arpa/inet.h>
 #include <netdb.h>
 #include <netinet/tcp.h>
@@ -7,6 +9,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <vector>
@@ -77,7 +80,7 @@ bool Client::Connect(const std::string& host, unsigned short port, const std::st
     if (!Write(ConnectPacket(clientId, 60)) || !AwaitAck(kConnack, kNoId, reason)) {
         return false;
     }
-    return reason == 0x00 || Fail("CONNACK refused with reason " + std::to_string(reason));
+    return reason == kSuccess || Fail("the broker refused the connection: CONNACK " + ReasonText(reason));
 }
 
 bool Client::Ping()
@@ -93,7 +96,7 @@ bool Client::Subscribe(const std::string& filter, int qos)
     if (!Write(SubscribePacket(id, filter, qos)) || !AwaitAck(kSuback, id, reason)) {
         return false;
     }
-    return reason < 0x80 || Fail("SUBACK refused " + filter + " with reason " + std::to_string(reason));
+    return reason < 0x80 || Fail("the broker refused the subscription to " + filter + ": SUBACK " + ReasonText(reason));
 }
 
 bool Client::Publish(const std::string& topic, std::string_view payload, int qos, bool retain)
@@ -104,14 +107,14 @@ bool Client::Publish(const std::string& topic, std::string_view payload, int qos
     }
     unsigned char reason = 0;
     if (qos == 1) {
-        return AwaitAck(kPuback, id, reason) && (reason < 0x80 || Fail("PUBACK reason " + std::to_string(reason)));
+        return AwaitAck(kPuback, id, reason) && (reason < 0x80 || Fail("the broker refused the message: PUBACK " + ReasonText(reason)));
     }
     if (qos == 2) {
         if (!AwaitAck(kPubrec, id, reason)) {
             return false;
         }
         if (reason >= 0x80) {
-            return Fail("PUBREC reason " + std::to_string(reason));
+            return Fail("the broker refused the message: PUBREC " + ReasonText(reason));
         }
         return Write(AckPacket(kPubrel, id, 0x00)) && AwaitAck(kPubcomp, id, reason);
     }
@@ -122,6 +125,14 @@ bool Client::WaitForMessages(std::size_t count)
 {
     return PumpUntil([&] { return received_ >= count; }) ||
            Fail("received " + std::to_string(received_) + " of " + std::to_string(count) + " messages");
+}
+
+bool Client::Listen(std::size_t count)
+{
+    listening_ = true;
+    const bool ok = PumpUntil([&] { return count > 0 && received_ >= count; });
+    listening_ = false;
+    return ok;
 }
 
 void Client::Disconnect()
@@ -149,7 +160,11 @@ bool Client::PumpUntil(const std::function<bool()>& done)
     while (!done()) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         pollfd readable{fd_, POLLIN, 0};
-        if (left.count() <= 0 || poll(&readable, 1, static_cast<int>(left.count())) == 0) {
+        const int ready = poll(&readable, 1, listening_ ? -1 : static_cast<int>(std::max<long>(left.count(), 0)));
+        if (ready < 0) {
+            return Fail(errno == EINTR ? "interrupted" : std::strerror(errno));
+        }
+        if (ready == 0) {
             return false;
         }
         const ssize_t count = recv(fd_, buffer.data(), buffer.size(), 0);
@@ -209,8 +224,7 @@ bool Client::Handle(std::string_view packet)
         acks_[{type, ack.id}] = ack.reason;
         return true;
     case kDisconnect:
-        return Fail("the broker disconnected with reason " +
-                    std::to_string(DecodeDisconnect(frame.body.data(), frame.length)));
+        return Fail("the broker disconnected: " + ReasonText(DecodeDisconnect(frame.body.data(), frame.length)));
     default:
         return Fail(std::string("unexpected ") + PacketTypeName(type));
     }

@@ -38,6 +38,9 @@ public:
     bool Publish(const std::string& topic, std::string_view payload, int qos, bool retain = false);
     // Waits until `count` messages have arrived since the connection was made.
     bool WaitForMessages(std::size_t count);
+    // Handles messages without a time limit until `count` have arrived (0: until interrupted by a
+    // signal, which the caller lets interrupt system calls); false when the connection ends first.
+    bool Listen(std::size_t count);
     void Disconnect();
 
     std::size_t MessagesReceived() const { return received_; }
@@ -63,6 +66,7 @@ private:
     std::map<std::pair<unsigned char, unsigned short>, unsigned char> acks_;  // (type, id) -> reason
     std::set<unsigned short> inboundQos2_;  // QoS 2 messages received, until their PUBREL
     std::size_t received_ = 0;
+    bool listening_ = false;  // PumpUntil waits without a time limit
     std::string error_;
 };
 

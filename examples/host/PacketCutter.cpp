@@ -4,6 +4,26 @@
 
 namespace host {
 
+namespace {
+
+// The first byte of a packet a peer may send: a type, and the flags the type allows (any but QoS 3
+// for PUBLISH, 2 for PUBREL, SUBSCRIBE and UNSUBSCRIBE, 0 for the others).
+bool IsValidFirstByte(unsigned char first)
+{
+    const unsigned type = first >> 4;
+    const unsigned flags = first & 0x0F;
+    switch (type) {
+    case 0: return false;
+    case kPublish: return (flags & 0x06) != 0x06;
+    case kPubrel:
+    case kSubscribe:
+    case kUnsubscribe: return flags == 2;
+    default: return flags == 0;
+    }
+}
+
+}  // namespace
+
 PacketBoundaries::Status PacketBoundaries::MeasureHeader()
 {
     // The remaining length: 7 bits per byte, least significant first, at most four bytes.
@@ -13,7 +33,7 @@ PacketBoundaries::Status PacketBoundaries::MeasureHeader()
         remaining |= static_cast<std::size_t>(static_cast<unsigned char>(header_[index]) & 0x7F) << (7 * (index - 1));
     }
     if (lengthBytes == 0) {
-        return Status::Open;
+        return IsValidFirstByte(static_cast<unsigned char>(header_[0])) ? Status::Open : Status::Malformed;
     }
     if ((static_cast<unsigned char>(header_.back()) & 0x80) == 0) {
         headerWhole_ = true;

@@ -22,7 +22,8 @@ public:
     explicit PacketBoundaries(std::size_t maxPacketSize) : maxPacketSize_(maxPacketSize) {}
 
     // Follows the bytes of one read and appends to `ends` the offset, within `bytes`, just after each
-    // packet that ends in them. A length of five bytes is Malformed; a packet larger than the limit is
+    // packet that ends in them. A first byte with a type or flags no packet has, or a length of five
+    // bytes, is Malformed; a packet larger than the limit is
     // TooLarge as soon as the length bytes so far show it. Once the status is not Open the stream
     // cannot be followed any more, and nothing further is followed.
     Status Follow(std::string_view bytes, std::vector<std::size_t>& ends);

@@ -1,11 +1,13 @@
 #include "host/Packets.h"
 
 #include "host/PacketCutter.h"
+#include "host/Reasons.h"
 
 #include <arpa/inet.h>
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 
 namespace host {
 
@@ -38,12 +40,25 @@ public:
     bool String(unsigned& length) { return U16(length) && Skip(static_cast<int>(length)); }
     // A property block. Its length is one byte for the library; a peer's block of more than 127
     // bytes carries a two-byte length, which the library would misread, so it is refused.
-    bool Properties()
+    bool Properties() { return Properties(nullptr); }
+    // The same, handing out the block's properties split by their standard types.
+    bool Properties(std::vector<WireProperty>* split)
     {
         if (position_ >= length_ || body_[position_] > kMaxPropertyBlock) {
             return false;
         }
-        return Skip(1 + body_[position_]);
+        const auto block = std::string_view(reinterpret_cast<const char*>(body_) + position_ + 1, body_[position_]);
+        if (!Skip(1 + body_[position_])) {
+            return false;
+        }
+        if (split == nullptr) {
+            return true;
+        }
+        auto properties = SplitProperties(block);
+        if (properties) {
+            *split = std::move(*properties);
+        }
+        return properties.has_value();
     }
     bool AtEnd() const { return position_ == length_; }
 
@@ -57,12 +72,12 @@ private:
 template <class Builder>
 std::string Wrapped(unsigned char type, unsigned char flags, std::size_t capacity, Builder build)
 {
-    std::vector<char> body(capacity);
+    std::unique_ptr<char[]> body(new char[capacity]);
     int bodyLength = 0;
-    build(body.data(), &bodyLength);
+    build(body.get(), &bodyLength);
     std::string packet(static_cast<std::size_t>(bodyLength) + 5, '\0');
     int packetLength = 0;
-    MQTTProtocol_Packet_Header(packet.data(), &packetLength, type, body.data(), bodyLength, flags);
+    MQTTProtocol_Packet_Header(packet.data(), &packetLength, type, body.get(), bodyLength, flags);
     packet.resize(static_cast<std::size_t>(packetLength));
     return packet;
 }
@@ -71,78 +86,13 @@ constexpr std::size_t kBlockRoom = 1 + kMaxPropertyBlock;
 
 }  // namespace
 
-bool PropertyList::AddRecord(const MQTTPROTOCOL_HDRPROPERTY& record)
+std::size_t WireSize(std::size_t bodyLength)
 {
-    const int size = 1 + record.nPropertyLen;
-    if (blockSize_ + size > kMaxPropertyBlock) {
-        return false;
+    std::size_t lengthBytes = 1;
+    for (std::size_t rest = bodyLength >> 7; rest > 0; rest >>= 7) {
+        lengthBytes++;
     }
-    records_.push_back(record);
-    blockSize_ += size;
-    return true;
-}
-
-namespace {
-
-MQTTPROTOCOL_HDRPROPERTY Record(unsigned char id, int width)
-{
-    MQTTPROTOCOL_HDRPROPERTY record{};
-    record.byPropertyID = id;
-    record.nPropertyLen = width;
-    return record;
-}
-
-}  // namespace
-
-bool PropertyList::AddByte(unsigned char id, unsigned char value)
-{
-    auto record = Record(id, 1);
-    record.byValue = value;
-    return AddRecord(record);
-}
-
-bool PropertyList::AddU16(unsigned char id, unsigned short value)
-{
-    auto record = Record(id, 2);
-    record.wValue = value;
-    return AddRecord(record);
-}
-
-bool PropertyList::AddU32(unsigned char id, unsigned int value)
-{
-    auto record = Record(id, 4);
-    record.dwValue = value;
-    return AddRecord(record);
-}
-
-bool PropertyList::AddString(unsigned char id, std::string_view text)
-{
-    if (text.size() + 2 > sizeof(MQTTPROTOCOL_HDRPROPERTY::tszValue)) {
-        return false;
-    }
-    auto record = Record(id, static_cast<int>(text.size()) + 2);
-    record.tszValue[0] = static_cast<char>(text.size() >> 8);
-    record.tszValue[1] = static_cast<char>(text.size() & 0xFF);
-    std::memcpy(record.tszValue + 2, text.data(), text.size());
-    return AddRecord(record);
-}
-
-PropertyList::Scratch::Scratch(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& records) : copies_(records)
-{
-    for (auto& copy : copies_) {
-        pointers_.push_back(&copy);
-    }
-    array_ = pointers_.data();
-}
-
-const MQTTPROTOCOL_HDRPROPERTY* DecodedProperties::Find(unsigned char id) const
-{
-    for (int index = 0; index < count_; index++) {
-        if (list_[index]->byPropertyID == id) {
-            return list_[index];
-        }
-    }
-    return nullptr;
+    return 1 + lengthBytes + bodyLength;
 }
 
 std::string ConnectPacket(const std::string& clientId, unsigned short keepAlive)
@@ -179,6 +129,9 @@ std::string AckPacket(unsigned char type, unsigned short id, unsigned char reaso
     const unsigned char flags = type == kPubrel ? 2 : 0;
     return Wrapped(type, flags, 3, [&](char* body, int* length) {
         MQTTProtocol_Packet_REPPublish(body, length, id, reason, nullptr, -1);  // no property block
+        if (reason == kSuccess) {
+            *length = 2;  // the builder always writes the reason code
+        }
     });
 }
 
@@ -207,8 +160,13 @@ std::string SubscriptionAckPacket(unsigned char type, unsigned short id, unsigne
 
 std::string DisconnectPacket(unsigned char reason)
 {
-    return Wrapped(kDisconnect, 0, 2, [&](char* body, int* length) {
-        MQTTProtocol_Packet_DisConnect(body, length, reason, nullptr, 0);
+    // Python paho 1.6.1 reads a DISCONNECT's reason code only from a body longer than two bytes: a
+    // Reason String that names the reason makes it so.
+    PropertyList properties;
+    properties.AddString(kReasonString, ReasonName(reason));
+    auto scratch = properties.Copy();
+    return Wrapped(kDisconnect, 0, 2 + kBlockRoom, [&](char* body, int* length) {
+        MQTTProtocol_Packet_DisConnect(body, length, reason, scratch.List(), scratch.Count());
     });
 }
 
@@ -232,41 +190,47 @@ Frame SplitPacket(std::string_view packet)
 unsigned char DecodeConnect(const char* body, int length, Connect& out)
 {
     if (length < 10) {
-        return 0x81;
+        return kMalformedPacket;
     }
     unsigned idLength = 0;
     const auto flags = static_cast<unsigned char>(body[7]);
+    std::vector<WireProperty> properties;
     if (body[6] == 5) {
         // The library reads no will fields: a CONNECT with a will would have them read as user
         // name and password, so it is refused.
         if (flags & 0x04) {
-            return 0x83;
+            return kImplementationSpecificError;
         }
         BodyWalker walk(body, length);
         unsigned ignored = 0;
-        if (!walk.Skip(10) || !walk.Properties() || !walk.String(idLength) || ((flags & 0x80) && !walk.String(ignored)) ||
-            ((flags & 0x40) && !walk.String(ignored)) || !walk.AtEnd()) {
-            return 0x81;
+        if (!walk.Skip(10) || !walk.Properties(&properties) || !walk.String(idLength) ||
+            ((flags & 0x80) && !walk.String(ignored)) || ((flags & 0x40) && !walk.String(ignored)) || !walk.AtEnd()) {
+            return kMalformedPacket;
         }
         if (idLength >= sizeof(MQTTPROTOCOL_USERINFO::tszClientID)) {
-            return 0x85;
+            return kClientIdNotValid;
         }
     }
     MQTTPROTOCOL_HDRCONNNECT header{};
     MQTTPROTOCOL_USERINFO user{};
-    DecodedProperties properties;
-    if (!MQTTProtocol_Parse_Connect(body, length, &header, &user, properties.List(), properties.Count())) {
-        return 0x84;  // the protocol level is not 5
+    DecodedProperties ignored;
+    if (!MQTTProtocol_Parse_Connect(body, length, &header, &user, ignored.List(), ignored.Count())) {
+        return kUnsupportedProtocolVersion;
     }
     out.clientId.assign(user.tszClientID, idLength);
     out.keepAlive = header.wKeepAlive;
-    if (const auto* receiveMaximum = properties.Find(kReceiveMaximum); receiveMaximum && receiveMaximum->wValue > 0) {
-        out.receiveMaximum = receiveMaximum->wValue;
+    if (FindProperty(properties, kAuthenticationMethod)) {
+        return kBadAuthenticationMethod;
     }
-    if (const auto* maximumPacketSize = properties.Find(kMaximumPacketSize)) {
-        out.maximumPacketSize = maximumPacketSize->dwValue;
+    if (const auto* receiveMaximum = FindProperty(properties, kReceiveMaximum)) {
+        out.receiveMaximum = receiveMaximum->Integer();
     }
-    return 0x00;
+    if (const auto* maximumPacketSize = FindProperty(properties, kMaximumPacketSize)) {
+        out.maximumPacketSize = maximumPacketSize->Integer();
+    }
+    return out.receiveMaximum == 0 || (FindProperty(properties, kMaximumPacketSize) && out.maximumPacketSize == 0)
+               ? kProtocolError
+               : kSuccess;
 }
 
 bool DecodeConnack(const char* body, int length, unsigned char& reason)
@@ -285,7 +249,9 @@ bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length
     BodyWalker walk(body, length);
     unsigned topicLength = 0;
     unsigned id = 0;
-    if (out.qos == 3 || !walk.String(topicLength) || (out.qos > 0 && (!walk.U16(id) || id == 0)) || !walk.Properties()) {
+    std::vector<WireProperty> properties;
+    if (out.qos == 3 || !walk.String(topicLength) || (out.qos > 0 && (!walk.U16(id) || id == 0)) ||
+        !walk.Properties(&properties)) {
         return false;
     }
     // The library reads an identifier only when the whole flags nibble is 2 or 4, so a QoS 1 or 2
@@ -296,17 +262,22 @@ bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length
     out.dup = (header.byMsgFlag & 0x08) != 0;
     out.retain = (header.byMsgFlag & 0x01) != 0;
     out.topic.assign(std::max(topicLength, 1U), '\0');
-    out.payload.assign(static_cast<std::size_t>(length), '\0');
+    out.payload.resize(static_cast<std::size_t>(length));
     int payloadLength = 0;  // left alone by the decoder when there is no payload
-    DecodedProperties properties;
+    DecodedProperties ignored;
     MQTTProtocol_Parse_Publish(body, length, &qosOnly, out.topic.data(), &out.id, out.payload.data(), &payloadLength,
-                               properties.List(), properties.Count());
+                               ignored.List(), ignored.Count());
     out.topic.resize(topicLength);
     out.payload.resize(static_cast<std::size_t>(payloadLength));
-    for (int index = 0; index < *properties.Count(); index++) {
-        // A Topic Alias belongs to one connection and is never passed on.
-        if ((*properties.List())[index]->byPropertyID != kTopicAlias) {
-            out.properties.AddRecord(*(*properties.List())[index]);
+    for (const auto& property : properties) {
+        // A Topic Alias belongs to one connection and is never passed on; the expiry interval is
+        // passed on as what is left of it.
+        if (property.id == kTopicAlias) {
+            out.hasTopicAlias = true;
+        } else if (property.id == kMessageExpiryInterval) {
+            out.messageExpiry = property.Integer();
+        } else {
+            out.properties.AddWireValue(property.id, property.value);
         }
     }
     return true;
@@ -398,11 +369,11 @@ unsigned char DecodeDisconnect(const char* body, int length)
     // The library always reads a reason code and a property length; the standard lets a DISCONNECT
     // leave out both (reason 0x00) or the property length alone.
     if (length == 0) {
-        return 0x00;
+        return kSuccess;
     }
     BodyWalker walk(body, length);
     if (length > 1 && !(walk.Skip(1) && walk.Properties())) {
-        return 0x81;
+        return kMalformedPacket;
     }
     unsigned char reason = 0;
     DecodedProperties properties;

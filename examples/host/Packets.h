@@ -6,86 +6,30 @@
 // that a hostile body is refused instead of being read past its end.
 #pragma once
 
+#include "host/Properties.h"
+
 #include <MQTTProtocol.h>
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace host {
 
-// The library writes a property block's length as one byte, which peers read as a variable byte
-// integer: that is the same only up to 127 bytes. The hosts never build a longer block, and refuse
-// a received packet whose block is longer (its length takes two bytes on the wire).
-constexpr int kMaxPropertyBlock = 127;
-
-// Property identifiers the hosts use.
-enum PropertyId : unsigned char {
-    kAssignedClientId = 0x12, kReceiveMaximum = 0x21, kTopicAlias = 0x23, kRetainAvailable = 0x25,
-    kMaximumPacketSize = 0x27, kSubscriptionIdsAvailable = 0x29, kSharedSubscriptionAvailable = 0x2A
-};
-
-// Property records owned by the host. The library's builders swap the two- and four-byte values of
-// the records they are given to network order in place, so every build gets fresh copies.
-class PropertyList
-{
-public:
-    // Each returns false, adding nothing, when the block would grow beyond kMaxPropertyBlock bytes.
-    bool AddByte(unsigned char id, unsigned char value);
-    bool AddU16(unsigned char id, unsigned short value);
-    bool AddU32(unsigned char id, unsigned int value);
-    bool AddString(unsigned char id, std::string_view text);  // the value gets its two-byte length
-    bool AddRecord(const MQTTPROTOCOL_HDRPROPERTY& record);
-
-    const std::vector<MQTTPROTOCOL_HDRPROPERTY>& Records() const { return records_; }
-    int BlockSize() const { return blockSize_; }  // the property bytes, without the length byte
-
-    // Fresh copies of the records in the shape the builders take.
-    class Scratch
-    {
-    public:
-        explicit Scratch(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& records);
-        MQTTPROTOCOL_HDRPROPERTY*** List() { return &array_; }
-        int Count() const { return static_cast<int>(copies_.size()); }
-
-    private:
-        std::vector<MQTTPROTOCOL_HDRPROPERTY> copies_;
-        std::vector<MQTTPROTOCOL_HDRPROPERTY*> pointers_;
-        MQTTPROTOCOL_HDRPROPERTY** array_ = nullptr;
-    };
-    Scratch Copy() const { return Scratch(records_); }
-
-private:
-    std::vector<MQTTPROTOCOL_HDRPROPERTY> records_;
-    int blockSize_ = 0;
-};
-
-// A property list made by a decoder, released through the Keel allocator.
-class DecodedProperties
-{
-public:
-    DecodedProperties() = default;
-    DecodedProperties(const DecodedProperties&) = delete;
-    DecodedProperties& operator=(const DecodedProperties&) = delete;
-    ~DecodedProperties() { Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list_), count_); }
-
-    MQTTPROTOCOL_HDRPROPERTY*** List() { return &list_; }
-    int* Count() { return &count_; }
-    const MQTTPROTOCOL_HDRPROPERTY* Find(unsigned char id) const;
-
-private:
-    MQTTPROTOCOL_HDRPROPERTY** list_ = nullptr;
-    int count_ = 0;
-};
-
 // ---- Building: each returns the whole packet, fixed header included. ----
+
+// The size on the wire of a packet whose body has `bodyLength` bytes.
+std::size_t WireSize(std::size_t bodyLength);
 
 std::string ConnectPacket(const std::string& clientId, unsigned short keepAlive);
 std::string ConnackPacket(unsigned char reason, const PropertyList& properties);
 // A QoS 1 or 2 message needs a non-zero identifier: the library writes one only when it is non-zero.
 std::string PublishPacket(const std::string& topic, std::string_view payload, int qos, unsigned short id, bool retain,
                           const PropertyList& properties);
-// PUBACK, PUBREC, PUBREL or PUBCOMP: identifier and reason code. The library leaves a zero
+// PUBACK, PUBREC, PUBREL or PUBCOMP: identifier and reason code, or the identifier alone for reason
+// 0x00 (the short form, which Python paho 1.6.1 needs in a PUBREL). The library leaves a zero
 // identifier out, so the hosts never use identifier 0.
 std::string AckPacket(unsigned char type, unsigned short id, unsigned char reason);
 std::string SubscribePacket(unsigned short id, const std::string& filter, int qos);
@@ -113,12 +57,14 @@ Frame SplitPacket(std::string_view packet);  // packet: whole, as PacketCutter h
 struct Connect
 {
     std::string clientId;
-    unsigned keepAlive = 0;
+    unsigned keepAlive = 0;            // seconds; 0: none
     unsigned receiveMaximum = 65535;   // how many QoS 1 and 2 messages the client takes at once
     unsigned maximumPacketSize = 0;    // 0: no limit
 };
 // Returns 0x00 when the CONNECT is accepted, otherwise the CONNACK reason code that refuses it:
-// 0x81 malformed, 0x84 not version 5, 0x85 client identifier too long, 0x83 will message.
+// malformed, a protocol error (a Receive Maximum or Maximum Packet Size of 0), not version 5, client
+// identifier too long, a will message (implementation specific), an authentication method (none is
+// supported).
 unsigned char DecodeConnect(const char* body, int length, Connect& out);
 // CONNACK's reason code; false when the body is malformed.
 bool DecodeConnack(const char* body, int length, unsigned char& reason);
@@ -131,7 +77,9 @@ struct Publish
     int qos = 0;
     bool dup = false;
     bool retain = false;
-    PropertyList properties;  // as received, less a Topic Alias
+    bool hasTopicAlias = false;
+    std::optional<std::uint32_t> messageExpiry;  // seconds
+    PropertyList properties;  // as received, less Topic Alias and Message Expiry Interval
 };
 // False when the body is malformed, the QoS is 3, or a QoS 1 or 2 message has identifier 0.
 bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length, Publish& out);

@@ -1,7 +1,6 @@
-// SUBSCRIBE and SUBACK bodies, and the reply body that SUBACK and UNSUBACK share.
+// SUBSCRIBE and SUBACK bodies (SUBACK is built by the reply builder it shares with UNSUBACK, REPComm).
 //
 // SUBSCRIBE: packet identifier, property block, one topic filter, its subscription-options byte.
-// SUBACK / UNSUBACK as built: packet identifier (left out when zero), property block, one reason code.
 // Only one topic filter and one reason code are handled per packet; the rest of a body is ignored.
 #include "codec/PacketFields.h"
 
@@ -14,19 +13,6 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer,
     return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         mqttprotocol::PutFilterRequest(*this, writer, wMsgID, lpszTopicFilter, pppSt_Property, nPropertyCount);
         writer.PutBytes(pSt_SubOption, sizeof(*pSt_SubOption));
-    });
-}
-
-bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
-                                                       unsigned char byReasonCode,
-                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                                                       int nPropertyCount)
-{
-    return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
-        mqttprotocol::PutIdentifierIfSet(writer, wMsgID);
-        // Always a block here, even for a negative count: these replies have no short form.
-        mqttprotocol::PutPropertyBlock(*this, writer, pppSt_Property, nPropertyCount);
-        writer.PutU8(byReasonCode);
     });
 }
 

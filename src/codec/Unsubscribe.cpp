@@ -1,4 +1,4 @@
-// UNSUBSCRIBE and UNSUBACK bodies (UNSUBACK is built by the shared reply builder with SUBACK).
+// UNSUBSCRIBE and UNSUBACK bodies (UNSUBACK is built by the reply builder it shares with SUBACK, REPComm).
 //
 // UNSUBSCRIBE: packet identifier, property block, one topic filter (the opening SUBSCRIBE shares, no
 // options byte behind it).

@@ -1,12 +1,14 @@
 // Packet delivery: hands the oldest complete packet of a client to the host.
 #include "companion/Companion.h"
 #include "frame/ErrorState.h"
+#include "reassembly/RecordForm.h"
 #include "reassembly/SessionTable.h"
 
 namespace {
 
-// Takes the oldest packet out of a session's queue under the session's lock and hands its first
-// byte, body and body length out; the body's block passes to the host with it. The out-pointers are
+// Takes the oldest packet, a Complete or ShortPingreq record, out of a session's queue under the
+// session's lock and hands its first byte, body and body length out; the body's block passes to the
+// host with it. The out-pointers are
 // looked at only once there is a packet to write through them, so an empty queue or a packet still
 // arriving is reported as such whatever they are.
 bool TakeOldest(TAVRIN_MQTTPARSE& session, MQTTPROTOCOL_FIXEDHEADER* fixedHeader, char** body, int* bodyLength)
@@ -16,8 +18,9 @@ bool TakeOldest(TAVRIN_MQTTPARSE& session, MQTTPROTOCOL_FIXEDHEADER* fixedHeader
     if (queue.empty()) {
         return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_EMPTY);
     }
+    // Only the last record can be pending, so a pending front means nothing else is queued.
     const MQTTPROTOCOL_MSGBUFFER& oldest = queue.front();
-    if (!oldest.bHeaderReady || !oldest.bPacketReady) {
+    if (mqttprotocol::IsPending(oldest)) {
         return mqttprotocol::Fail(MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);
     }
     if (fixedHeader == nullptr || body == nullptr || bodyLength == nullptr) {

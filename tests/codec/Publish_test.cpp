@@ -1,4 +1,5 @@
-#include "TestSupport.h"
+// PUBLISH, and the four acknowledgements that share one builder and one decoder.
+#include "codec/Reply.h"
 
 using namespace mqtttest;
 
@@ -86,6 +87,29 @@ TEST(Publish, IdentifierIsReadOnlyForFlagsExactlyTwoOrFour)
         ASSERT_EQ(decoded.payloadLen, static_cast<int>(payload.size()));
         EXPECT_EQ(Bytes(decoded.payload.begin(), decoded.payload.begin() + decoded.payloadLen), payload);
     }
+}
+
+TEST(Puback, BuildsGoldenBodiesAndReadsThemBack)
+{
+    const PropertyList reason = PropertyList().String(0x1F, "fine");
+    const Bytes withProperties{0x12, 0x34, 0x10, 0x07, 0x1F, 0x00, 0x04, 'f', 'i', 'n', 'e'};
+    EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0x1234, 0x10, reason, 1), withProperties);
+    ExpectReply(MQTTProtocol_Parse_Puback, withProperties, 11, 0x1234, 0x10, reason);
+    EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0x1234, 0x10, {}, 0), (Bytes{0x12, 0x34, 0x10, 0x00}));
+    EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0x1234, 0x10, {}, -1), (Bytes{0x12, 0x34, 0x10}));
+    // A zero identifier is left out; the decoder, which always expects one, reads the reason code as its
+    // high byte.
+    EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0, 0x10, {}, 0), (Bytes{0x10, 0x00}));
+    EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0, 0x10, {}, -1), (Bytes{0x10}));
+    ExpectReply(MQTTProtocol_Parse_Puback, {0x10, 0x00}, 2, 0x1000, 0x00);
+}
+
+// The reason code is byte 2 whatever the length: after a two-byte body, the byte behind it. Properties
+// are read only when the length is above 3.
+TEST(Puback, DecoderReadsTheReasonCodeAtByteTwo)
+{
+    ExpectReply(MQTTProtocol_Parse_Puback, {0x00, 0x05, 0x97}, 2, 5, 0x97);
+    ExpectReply(MQTTProtocol_Parse_Puback, {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 3, 5, 0x10);
 }
 
 }  // namespace

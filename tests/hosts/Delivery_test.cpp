@@ -2,15 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 namespace {
 
 using namespace broker;
 
+std::shared_ptr<const Message> Made(const char* topic, const char* payload, std::optional<std::uint32_t> expiry = {})
+{
+    return std::make_shared<const Message>(topic, payload, 1, true, host::PropertyList(), expiry);
+}
+
 Outgoing At(int qos)
 {
-    auto message = std::make_shared<Message>();
-    message->topic = "t";
-    return Outgoing{message, qos, false, 0};
+    return Outgoing{Made("t", ""), qos, false, 0};
 }
 
 TEST(OutboundFlow, IdentifiersSkipZeroAndThoseStillInFlight)
@@ -76,24 +81,42 @@ TEST(InboundQos2, ARepeatedPublishIsNotRoutedTwice)
     EXPECT_TRUE(inbound.Begin(7));
 }
 
-TEST(RetainedMessages, KeepsTheLastOfEachTopicAndForgetsOnAnEmptyPayload)
+TEST(RetainedMessages, KeepsTheLastOfEachTopicWithinItsLimitsUntilItExpires)
 {
-    RetainedMessages retained;
-    auto message = [](const char* topic, const char* payload) {
-        auto made = std::make_shared<Message>();
-        made->topic = topic;
-        made->payload = payload;
-        return made;
-    };
-    retained.Store(message("a/1", "old"));
-    retained.Store(message("a/1", "new"));
-    retained.Store(message("a/2", "two"));
-    retained.Store(message("b", "b"));
+    const std::size_t weight = Made("a/1", "old")->Size();
+    RetainedMessages retained(3, 3 * weight);
+    EXPECT_TRUE(retained.Store(Made("a/1", "old")));
+    EXPECT_TRUE(retained.Store(Made("a/1", "new")));
+    EXPECT_TRUE(retained.Store(Made("a/2", "two")));
+    EXPECT_TRUE(retained.Store(Made("b/1", "one")));
+    EXPECT_FALSE(retained.Store(Made("b/2", "two"))) << "a fourth topic passes the count";
+    EXPECT_FALSE(retained.Store(Made("a/2", "longer"))) << "a longer message passes the bytes";
     auto matching = retained.Matching("a/+");
     ASSERT_EQ(matching.size(), 2U);
     EXPECT_EQ(matching[0]->payload, "new");
-    retained.Store(message("a/2", ""));
+    EXPECT_EQ(matching[1]->payload, "two");
+    EXPECT_TRUE(retained.Store(Made("a/2", "")));
+    EXPECT_TRUE(retained.Store(Made("c", "gone", 0))) << "an expiry of 0 s has passed at once";
     EXPECT_EQ(retained.Matching("#").size(), 2U);
+    EXPECT_TRUE(retained.Store(Made("d", "d"))) << "the expired message left room";
+}
+
+TEST(Message, GoesOutWithEachSubscribersIdentifierFlagsAndRemainingExpiry)
+{
+    const auto now = Clock::now();
+    std::string out;
+    ASSERT_TRUE(Made("t/x", "hi")->AppendPacket(out, 1, 0x0102, true, now));
+    EXPECT_EQ(out, std::string("\x33\x0A\x00\x03t/x\x01\x02\x00hi", 12));
+    EXPECT_EQ(Made("t/x", "hi")->PacketSize(1), out.size());
+    out.clear();
+    ASSERT_TRUE(Made("t/x", "hi")->AppendPacket(out, 0, 0, false, now));
+    EXPECT_EQ(out, std::string("\x30\x08\x00\x03t/x\x00hi", 10));
+    out.clear();
+    const auto expiring = Made("t", "p", 60);
+    ASSERT_TRUE(expiring->AppendPacket(out, 0, 0, false, now + std::chrono::seconds(20)));
+    EXPECT_EQ(out, std::string("\x30\x0A\x00\x01t\x05\x02\x00\x00\x00\x28p", 12)) << "40 s are left";
+    EXPECT_EQ(expiring->PacketSize(0), out.size());
+    EXPECT_FALSE(expiring->AppendPacket(out, 0, 0, false, now + std::chrono::seconds(61)));
 }
 
 }  // namespace

@@ -36,18 +36,21 @@ TEST(Packets, PublishWithRetainOrDupKeepsItsIdentifier)
 
 TEST(Packets, PublishRoundTripsWithPropertiesAndRefusesBadBodies)
 {
-    PropertyList properties;
-    ASSERT_TRUE(properties.AddU32(0x02, 3600));                // Message Expiry Interval
-    ASSERT_TRUE(properties.AddString(0x03, "text/plain"));     // Content Type, last: it takes the rest
-    const std::string packet = PublishPacket("a/b", "payload", 2, 9, true, properties);
-    const Frame frame = SplitPacket(packet);
+    // Python paho's order: a User Property first, then Message Expiry Interval and a Topic Alias.
+    const std::string userProperty("\x26\x00\x01k\x00\x02vv", 8);
+    const std::string body = std::string("\x00\x03" "a/b" "\x00\x09\x10", 8) + userProperty +
+                             std::string("\x02\x00\x00\x0E\x10\x23\x00\x01", 8) + "payload";
+    const Frame frame = Received(0x35, body);
     Publish publish;
     ASSERT_TRUE(DecodePublish(frame.header, frame.body.data(), frame.length, publish));
     EXPECT_EQ(publish.id, 9);
     EXPECT_TRUE(publish.retain);
-    ASSERT_EQ(publish.properties.Records().size(), 2U);
-    EXPECT_EQ(publish.properties.Records()[0].dwValue, 3600U);
-    EXPECT_EQ(PublishPacket("a/b", "payload", 2, 9, true, publish.properties), packet) << "forwarded unchanged";
+    EXPECT_EQ(publish.payload, "payload");
+    EXPECT_EQ(publish.messageExpiry, 3600U);
+    EXPECT_TRUE(publish.hasTopicAlias);
+    const std::string forwarded = PublishPacket("a/b", "payload", 2, 9, true, publish.properties);
+    EXPECT_EQ(forwarded.substr(2), std::string("\x00\x03" "a/b" "\x00\x09\x08", 8) + userProperty + "payload")
+        << "the User Property goes on, the alias and the expiry do not";
 
     const std::string refused[] = {
         std::string("\x00\x05t", 3),            // topic runs past the body
@@ -72,7 +75,8 @@ TEST(Packets, BuildersGiveTheSameBytesEveryTime)
     const std::string expected("\x20\x0B\x00\x00\x08\x21\x00\x0A\x27\x00\x00\x10\x00", 13);
     EXPECT_EQ(ConnackPacket(0, properties), expected);
     EXPECT_EQ(ConnackPacket(0, properties), expected);
-    EXPECT_EQ(AckPacket(kPubrel, 5, 0), std::string("\x62\x03\x00\x05\x00", 5));
+    EXPECT_EQ(AckPacket(kPubrel, 5, 0), std::string("\x62\x02\x00\x05", 4)) << "the short form for 0x00";
+    EXPECT_EQ(AckPacket(kPuback, 5, 0x10), std::string("\x40\x03\x00\x05\x10", 5));
     EXPECT_EQ(SubscriptionAckPacket(kSuback, 1, 0x02), std::string("\x90\x04\x00\x01\x00\x02", 6));
 }
 
@@ -81,7 +85,7 @@ TEST(Packets, PropertyBlocksStayBelow128Bytes)
     PropertyList properties;
     EXPECT_TRUE(properties.AddString(0x1F, std::string(121, 'r')));  // 1 + 2 + 121 bytes
     EXPECT_TRUE(properties.AddU16(kReceiveMaximum, 1));             // 127
-    EXPECT_FALSE(properties.AddByte(kRetainAvailable, 0));          // would be 129
+    EXPECT_FALSE(properties.AddByte(kSubscriptionIdsAvailable, 0)); // would be 129
     EXPECT_EQ(properties.BlockSize(), 127);
 }
 
@@ -139,6 +143,22 @@ TEST(Packets, ConnectIsRefusedWithTheRightReason)
     version4[6] = 4;
     EXPECT_EQ(DecodeConnect(version4.data(), connect.length, decoded), 0x84);
     EXPECT_EQ(DecodeConnect(connect.body.data(), connect.length - 1, decoded), 0x81);
+
+    // Python paho's order: a User Property in front of Receive Maximum and Maximum Packet Size.
+    const auto withProperties = [](const std::string& properties) {
+        return Received(0x10, std::string("\x00\x04MQTT\x05\x02\x00\x3C", 10) + static_cast<char>(properties.size()) +
+                                  properties + std::string("\x00\x01p", 3));
+    };
+    const Frame paho = withProperties(std::string("\x26\x00\x01k\x00\x01v\x21\x00\x05\x27\x00\x00\x10\x00", 15));
+    ASSERT_EQ(DecodeConnect(paho.body.data(), paho.length, decoded), 0x00);
+    EXPECT_EQ(decoded.receiveMaximum, 5U);
+    EXPECT_EQ(decoded.maximumPacketSize, 4096U);
+    const Frame authenticated = withProperties(std::string("\x15\x00\x05SCRAM", 8));
+    EXPECT_EQ(DecodeConnect(authenticated.body.data(), authenticated.length, decoded), 0x8C);
+    const Frame noWindow = withProperties(std::string("\x21\x00\x00", 3));
+    EXPECT_EQ(DecodeConnect(noWindow.body.data(), noWindow.length, decoded), 0x82);
+    const Frame unknown = withProperties(std::string("\x7F\x00", 2));
+    EXPECT_EQ(DecodeConnect(unknown.body.data(), unknown.length, decoded), 0x81);
 }
 
 TEST(Packets, DisconnectWithoutBodyMeansNormal)

@@ -73,7 +73,12 @@ echo "malformed SUBSCRIBE: that client closed, the others carry on"
 "$2" --port "$PORT" --id own-client --sub 'own/#' --pub own/x --qos 0 --message zero --qos 1 --message one \
     --qos 2 --message two >"$WORK/own" 2>&1 || fail "the example client failed: $(cat "$WORK/own")"
 [[ $(grep -c '^received' "$WORK/own") == 3 ]] || fail "the example client did not get its three messages back"
-echo "example client: its messages at QoS 0, 1 and 2 came back"
+printf 'a\0"b' | "$2" --port "$PORT" --sub binary --pub binary --qos 1 --file - >"$WORK/binary" ||
+    fail "the binary payload did not come back: $(cat "$WORK/binary")"
+grep -qF 'payload="a\x00\x22b"' "$WORK/binary" || fail "the binary payload was not printed safely: $(cat "$WORK/binary")"
+"$2" --port "$PORT" --sub 'a/#/b' >"$WORK/refused" 2>&1 && fail "a refused subscription exited 0"
+grep -q "SUBACK 0x8F (topic filter invalid)" "$WORK/refused" || fail "the refusal was not named: $(cat "$WORK/refused")"
+echo "example client: its messages at QoS 0, 1 and 2 and a binary one came back; a refusal exits 1, named"
 
 stop_broker
 echo "broker stopped cleanly"

@@ -21,20 +21,6 @@ constexpr bool kSanitized = true;
 constexpr bool kSanitized = false;
 #endif
 
-// A packet on the wire: the first byte, the shortest remaining length, the body.
-inline Bytes Wire(uint8_t first, const Bytes& body)
-{
-    Bytes wire{first};
-    size_t length = body.size();
-    do {
-        uint8_t digit = length % 128;
-        length /= 128;
-        wire.push_back(static_cast<uint8_t>(digit | (length > 0 ? 0x80 : 0)));
-    } while (length > 0);
-    wire.insert(wire.end(), body.begin(), body.end());
-    return wire;
-}
-
 inline Bytes Counting(size_t count, uint8_t start = 1)
 {
     Bytes bytes(count);

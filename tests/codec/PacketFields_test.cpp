@@ -1,5 +1,6 @@
-// A builder without an output buffer or an output length, and a decoder without a body, fail with
-// their side's code before writing anything.
+// The checks every body builder and decoder makes first (PacketFields.h): a builder without an output
+// buffer or an output length, and a decoder without a body, fail with their side's code before
+// writing anything.
 #include "TestSupport.h"
 
 #include <functional>

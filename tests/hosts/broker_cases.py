@@ -1,0 +1,407 @@
+#!/usr/bin/env python3
+"""The example broker against hostile and real clients, one table of cases per group.
+
+  broker_cases.py robustness BROKER   raw sockets: malformed streams, queue and memory limits, the
+                                      retained store, time-outs, what a server must refuse, the short
+                                      acknowledgements (run with the broker under AddressSanitizer)
+  broker_cases.py plain BROKER        Python paho (MQTT v5) as the client, and the descriptor limit,
+                                      which the sanitizers' own checks run into (a plain build)
+
+Every wait polls for its outcome under a generous deadline, so a loaded machine only makes a case
+slower. Each case gets a broker of its own, started with the options the case names."""
+import os
+import re
+import resource
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+
+DEADLINE = 20.0  # seconds any single outcome may take on a loaded machine
+
+
+# ---- Raw MQTT v5 packets ----
+
+def varint(n):
+    out = bytearray()
+    while True:
+        n, digit = n >> 7, n & 0x7F
+        out.append(digit | (0x80 if n else 0))
+        if not n:
+            return bytes(out)
+
+
+def packet(first, body=b""):
+    return bytes([first]) + varint(len(body)) + body
+
+
+def utf8(text):
+    data = text.encode() if isinstance(text, str) else text
+    return struct.pack(">H", len(data)) + data
+
+
+def connect(client_id, keep_alive=60, props=b""):
+    return packet(0x10, utf8("MQTT") + bytes([5, 2]) + struct.pack(">H", keep_alive) + varint(len(props)) + props +
+                  utf8(client_id))
+
+
+def subscribe(packet_id, topic_filter, options):
+    return packet(0x82, struct.pack(">H", packet_id) + b"\0" + utf8(topic_filter) + bytes([options]))
+
+
+def publish(topic, payload, qos=0, packet_id=1, props=b"", retain=False):
+    ident = struct.pack(">H", packet_id) if qos else b""
+    return packet(0x30 | qos << 1 | retain, utf8(topic) + ident + varint(len(props)) + props + payload)
+
+
+class Raw:
+    """One client connection on a raw socket, reading whole packets."""
+
+    def __init__(self, port):
+        self.sock = socket.create_connection(("127.0.0.1", port), timeout=DEADLINE)
+        self.buffer = b""
+
+    def send(self, data):
+        self.sock.sendall(data)
+
+    def read(self, deadline=DEADLINE):
+        """The next packet as (first byte, body), or None once the broker closed the connection."""
+        end = time.monotonic() + deadline
+        while True:
+            if len(self.buffer) >= 2:
+                length, shift, at = 0, 0, 1
+                while at < len(self.buffer) and at < 5:
+                    length |= (self.buffer[at] & 0x7F) << shift
+                    shift += 7
+                    at += 1
+                    if not self.buffer[at - 1] & 0x80:
+                        break
+                else:
+                    at = None
+                if at and len(self.buffer) >= at + length:
+                    first, body = self.buffer[0], self.buffer[at:at + length]
+                    self.buffer = self.buffer[at + length:]
+                    return first, body
+            self.sock.settimeout(max(end - time.monotonic(), 0.01))
+            try:
+                chunk = self.sock.recv(1 << 16)
+            except (ConnectionResetError, BrokenPipeError):
+                chunk = b""
+            except socket.timeout:
+                raise AssertionError("no packet in time")
+            if not chunk:
+                return None
+            self.buffer += chunk
+
+    def until(self, packet_type):
+        """Reads until a packet of the type; returns it, or None when the connection closed first."""
+        while (got := self.read()) is not None and got[0] >> 4 != packet_type:
+            pass
+        return got
+
+    def connected(self, client_id, **kwargs):
+        self.send(connect(client_id, **kwargs))
+        got = self.until(2)
+        assert got and got[1][1] == 0, f"CONNACK {got}"
+        return self
+
+    def ping_seconds(self):
+        start = time.monotonic()
+        self.send(b"\xc0\x00")
+        assert self.until(13), "no PINGRESP"
+        return time.monotonic() - start
+
+    def close(self):
+        self.sock.close()
+
+
+def disconnect_reason(client):
+    """The reason of the DISCONNECT the broker sends, its connection closing behind it."""
+    got = client.until(14)
+    assert got is not None, "closed without DISCONNECT"
+    assert client.read() is None, "the connection stayed open"
+    return got[1][0]
+
+
+# ---- The broker under test ----
+
+class Broker:
+    def __init__(self, binary, *options, nofile=None):
+        self.trace = tempfile.NamedTemporaryFile(prefix="broker-trace-")
+        limit = (lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (nofile, nofile))) if nofile else None
+        self.process = subprocess.Popen([binary, "--port", "0", "--pools", "2", "--trace", *options],
+                                        stdout=self.trace, stderr=subprocess.STDOUT, preexec_fn=limit)
+        self.port = int(self.wait_for(r"^listening on 127\.0\.0\.1:(\d+)").group(1))
+
+    def text(self):
+        with open(self.trace.name, errors="replace") as trace:
+            return trace.read()
+
+    def wait_for(self, pattern, count=1):
+        end = time.monotonic() + DEADLINE
+        while time.monotonic() < end:
+            found = list(re.finditer(pattern, self.text(), re.M))
+            if len(found) >= count:
+                return found[-1]
+            assert self.process.poll() is None, "the broker exited:\n" + self.text()[-2000:]
+            time.sleep(0.05)
+        raise AssertionError(f"no {count} line(s) matching {pattern!r}")
+
+    def cpu_seconds(self):
+        with open(f"/proc/{self.process.pid}/stat") as stat:
+            fields = stat.read().rsplit(")", 1)[1].split()
+        return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
+
+    def stop(self):
+        self.process.terminate()
+        status = self.process.wait(timeout=60)
+        assert status == 0, f"the broker exited with {status}:\n" + self.text()[-3000:]
+
+    def client(self, client_id=None, **kwargs):
+        raw = Raw(self.port)
+        return raw.connected(client_id, **kwargs) if client_id else raw
+
+
+# ---- Robustness: raw sockets ----
+
+def malformed_stream_stops_at_its_first_bad_byte(broker):
+    watcher = broker.client("watcher")
+    hostile = [broker.client(f"hostile{n}") for n in range(20)]
+    for client in hostile:
+        client.send(b"\xff" * 65536)
+    slowest = max(watcher.ping_seconds() for _ in range(10))
+    for client in hostile:
+        assert disconnect_reason(client) == 0x81
+    broker.wait_for(r"hostile\d+ read \d+B, 0B to the library", count=20)
+    assert slowest < 2.0, f"another client's ping took {slowest:.2f} s"
+
+
+def overrun_queue_disconnects_with_0x97(broker):
+    # Receive Maximum 1, reads but never acknowledges: one message in flight, the rest queue up.
+    lazy = broker.client("lazy", props=b"\x21\x00\x01")
+    lazy.send(subscribe(1, "big/qos1", 1))
+    assert lazy.until(9)
+    publisher = broker.client("publisher")
+    for n in range(1, 101):
+        publisher.send(publish("big/qos1", b"x" * 65536, 1, n))
+    assert disconnect_reason(lazy) == 0x97
+    assert publisher.ping_seconds() < DEADLINE
+
+
+def qos0_beyond_the_queue_is_dropped(broker):
+    deaf = broker.client("deaf")
+    deaf.send(subscribe(1, "big/qos0", 0))
+    assert deaf.until(9)
+    publisher = broker.client("publisher")
+    for _ in range(400):
+        publisher.send(publish("big/qos0", b"y" * 65536))
+    publisher.ping_seconds()
+    deaf.send(b"\xc0\x00")
+    received = 0
+    while (got := deaf.read()) and got[0] >> 4 != 13:
+        assert got[0] >> 4 == 3, f"unexpected {got[0]:#x}"
+        received += 1
+    assert got and 0 < received < 400, f"{received} of 400 arrived"
+
+
+def memory_cap_holds_across_clients(broker):
+    lazy = [broker.client(f"lazy{n}", props=b"\x21\x00\x01") for n in range(6)]
+    for client in lazy:
+        client.send(subscribe(1, "shared", 1))
+        assert client.until(9)
+    publisher = broker.client("publisher")
+    for n in range(1, 16):
+        publisher.send(publish("shared", b"z" * 65536, 1, n))
+    publisher.ping_seconds()
+    broker.wait_for(r"out \S+ lazy\d DISCONNECT reason=0x97")
+
+
+def retained_store_keeps_its_limits(broker):
+    publisher = broker.client("publisher")
+    for n in range(5):
+        publisher.send(publish(f"kept/{n}", b"r", 0, retain=True))
+    publisher.send(publish("kept/big", b"b" * 70000, 0, retain=True))
+    publisher.ping_seconds()
+    reader = broker.client("reader")
+    reader.send(subscribe(1, "kept/#", 0))
+    assert reader.until(9)
+    reader.send(b"\xc0\x00")
+    kept = []
+    while (got := reader.read()) and got[0] >> 4 == 3:
+        kept.append(got[1][2:2 + got[1][1]].decode())
+    assert got and got[0] >> 4 == 13 and kept == ["kept/0", "kept/1", "kept/2"], kept
+
+
+def silent_client_meets_its_keep_alive(broker):
+    start = time.monotonic()
+    client = broker.client("sleepy", keep_alive=1)
+    assert disconnect_reason(client) == 0x8D
+    assert time.monotonic() - start >= 1.4
+
+
+def connection_without_connect_is_closed(broker):
+    start = time.monotonic()
+    client = broker.client()
+    assert client.read() is None
+    assert time.monotonic() - start >= 0.9
+
+
+def descriptor_limit_neither_spins_nor_stops_service(broker):
+    served = broker.client("served")
+    extra = [Raw(broker.port) for _ in range(60)]
+    broker.wait_for(r"out of descriptors")
+    before = broker.cpu_seconds()
+    time.sleep(2)
+    busy = broker.cpu_seconds() - before
+    assert busy < 1.0, f"the broker used {busy:.2f} s of CPU in 2 s"
+    served.ping_seconds()
+    for client in extra:
+        client.close()
+
+
+def server_refuses_what_it_does_not_support(broker):
+    client = broker.client()
+    client.send(connect("auth", props=b"\x15" + utf8("SCRAM-SHA-1")))
+    got = client.until(2)
+    assert got and got[1][1] == 0x8C, f"CONNACK {got}"
+    for name, bad, reason in [("retain-handling-3", subscribe(1, "a", 0x30), 0x82),
+                              ("alias", publish("a", b"x", props=b"\x23\x00\x01"), 0x94)]:
+        client = broker.client(name)
+        client.send(bad)
+        assert disconnect_reason(client) == reason, name
+    first = broker.client("same")
+    broker.client("same")
+    assert disconnect_reason(first) == 0x8E
+
+
+def acknowledgements_take_the_short_form(broker):
+    client = broker.client("self")
+    client.send(subscribe(1, "loop", 2))
+    assert client.until(9)
+    client.send(publish("loop", b"q2", 2, 7))
+    seen = {}
+    while len(seen) < 4:
+        first, body = client.read()
+        seen[first >> 4] = packet(first, body)
+        if first >> 4 == 3:
+            client.send(packet(0x50, body[6:8]))  # PUBREC for the broker's identifier
+        elif first >> 4 == 5:
+            client.send(packet(0x62, b"\x00\x07"))  # PUBREL
+    assert seen[5] == b"\x50\x02\x00\x07" and seen[6][:2] == b"\x62\x02" and seen[7] == b"\x70\x02\x00\x07", seen
+
+
+ROBUSTNESS = [
+    (malformed_stream_stops_at_its_first_bad_byte, []),
+    (overrun_queue_disconnects_with_0x97, ["--max-queued-bytes", "1048576"]),
+    (overrun_queue_disconnects_with_0x97, ["--max-queued-messages", "20"]),
+    (qos0_beyond_the_queue_is_dropped, ["--max-queued-bytes", "1048576"]),
+    (memory_cap_holds_across_clients, ["--max-memory", "4194304"]),
+    (retained_store_keeps_its_limits, ["--max-retained", "3", "--max-retained-bytes", "65536"]),
+    (silent_client_meets_its_keep_alive, []),
+    (connection_without_connect_is_closed, ["--connect-timeout", "1"]),
+    (server_refuses_what_it_does_not_support, []),
+    (acknowledgements_take_the_short_form, []),
+    (acknowledgements_take_the_short_form, ["--body-mode", "block"]),
+]
+
+
+# ---- Interop: Python paho, MQTT v5 ----
+
+def plain_cases():
+    import paho.mqtt.client as mqtt
+    from paho.mqtt.packettypes import PacketTypes
+    from paho.mqtt.properties import Properties
+
+    def paho(broker, client_id, **connect_properties):
+        events = {"messages": [], "disconnects": [], "connack": threading.Event()}
+        client = mqtt.Client(client_id=client_id, protocol=mqtt.MQTTv5)
+        client.on_connect = lambda c, u, f, rc, p: events["connack"].set()
+        client.on_message = lambda c, u, message: events["messages"].append(message)
+        client.on_disconnect = lambda c, u, rc, p=None: events["disconnects"].append(rc)
+        properties = Properties(PacketTypes.CONNECT)
+        properties.UserProperty = ("written", "first")
+        for name, value in connect_properties.items():
+            setattr(properties, name, value)
+        client.connect("127.0.0.1", broker.port, properties=properties)
+        client.loop_start()
+        assert events["connack"].wait(DEADLINE), "no CONNACK"
+        client.events = events
+        return client
+
+    def poll(condition):
+        end = time.monotonic() + DEADLINE
+        while not condition():
+            assert time.monotonic() < end, "no outcome in time"
+            time.sleep(0.05)
+
+    def subscribe(broker, client, topic_filter, qos):
+        _, mid = client.subscribe(topic_filter, qos)
+        broker.wait_for(rf"out \S+ {client._client_id.decode()} SUBACK id={mid} ")
+
+    def properties_in_pahos_order(broker):
+        small = paho(broker, "small", MaximumPacketSize=200)
+        subscribe(broker, small, "sized", 1)
+        sender = paho(broker, "sender")
+        sender.publish("sized", b"L" * 500, 1).wait_for_publish(DEADLINE)
+        sender.publish("sized", b"S", 1).wait_for_publish(DEADLINE)
+        poll(lambda: small.events["messages"])
+        assert [m.payload for m in small.events["messages"]] == [b"S"], "the Maximum Packet Size went unread"
+
+    def qos2_both_ways(broker):
+        client = paho(broker, "both-ways")
+        subscribe(broker, client, "q2/#", 2)
+        for n in range(5):
+            client.publish(f"q2/{n}", f"m{n}", 2).wait_for_publish(DEADLINE)
+        poll(lambda: len(client.events["messages"]) == 5)
+        assert [m.payload for m in client.events["messages"]] == [b"m0", b"m1", b"m2", b"m3", b"m4"]
+        assert {m.qos for m in client.events["messages"]} == {2}
+
+    def retained_message_expires(broker):
+        publisher = paho(broker, "retainer")
+        properties = Properties(PacketTypes.PUBLISH)
+        properties.MessageExpiryInterval = 3
+        publisher.publish("expiring", b"soon gone", 1, retain=True, properties=properties).wait_for_publish(DEADLINE)
+        early = paho(broker, "early")
+        subscribe(broker, early, "expiring", 1)
+        poll(lambda: early.events["messages"])
+        assert early.events["messages"][0].properties.MessageExpiryInterval <= 3
+        time.sleep(3.5)
+        late = paho(broker, "late")
+        subscribe(broker, late, "expiring", 1)
+        time.sleep(1)
+        assert not late.events["messages"], "an expired retained message was delivered"
+
+    def session_taken_over(broker):
+        first = paho(broker, "taken")
+        paho(broker, "taken")
+        poll(lambda: first.events["disconnects"])
+        assert first.events["disconnects"][0] == 0x8E, first.events["disconnects"]
+
+    return [(case, []) for case in (properties_in_pahos_order, qos2_both_ways, retained_message_expires,
+                                    session_taken_over)] + [(descriptor_limit_neither_spins_nor_stops_service, ["nofile=48"])]
+
+
+def main():
+    group, binary = sys.argv[1], sys.argv[2]
+    cases = ROBUSTNESS if group == "robustness" else plain_cases()
+    failed = 0
+    for case, options in cases:
+        nofile = [int(o.split("=")[1]) for o in options if o.startswith("nofile=")]
+        broker = Broker(binary, *[o for o in options if not o.startswith("nofile=")], nofile=nofile[0] if nofile else None)
+        start = time.monotonic()
+        try:
+            case(broker)
+            broker.stop()
+            print(f"ok   {case.__name__} {' '.join(options)} ({time.monotonic() - start:.1f} s)", flush=True)
+        except Exception as problem:  # every case runs; the failures are listed
+            failed += 1
+            print(f"FAIL {case.__name__}: {problem!r}\n{broker.text()[-1500:]}", flush=True)
+            broker.process.kill()
+    sys.exit(1 if failed else 0)
+
+
+if __name__ == "__main__":
+    main()
