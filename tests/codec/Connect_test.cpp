@@ -121,21 +121,6 @@ TEST(Connect, StringsOf65536BytesOrMoreGoOutWithTheirLengthCut)
                       {0x00, 0x01, 'x', 0x00, 0x01, 'x'}}));
 }
 
-TEST(Connect, OtherProtocolLevelFailsAfterFillingTheHeaderRecord)
-{
-    Bytes level4 = kConnects[1].body;
-    level4[6] = 4;
-    const DecodedConnect decoded(level4);
-    EXPECT_FALSE(decoded.ok);
-    EXPECT_TRUE(MQTTProtocol_IsErrorOccur);
-    EXPECT_EQ(MQTTProtocol_dwErrorCode, MQTTPROTOCOL_ERR_PARSE_VERSION);
-    const MQTTPROTOCOL_HDRCONNNECT expectedHeader{0, 4, {'M', 'Q', 'T', 'T'}, 4, 0xC2, 60};
-    EXPECT_EQ(std::memcmp(&decoded.header, &expectedHeader, sizeof(expectedHeader)), 0);
-    EXPECT_EQ(std::string(reinterpret_cast<const char*>(&decoded.info), sizeof(decoded.info)),
-              std::string(sizeof(decoded.info), '#'));
-    ExpectProperties(decoded.properties, {});
-}
-
 // CONNACK's acknowledge flags go out as given; its decoder drops them.
 TEST(Connack, BuildsAndDecodesGoldenBodies)
 {
