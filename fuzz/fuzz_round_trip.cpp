@@ -36,8 +36,12 @@ PropertyList DrawProperties(InputReader& in)
     const int fixedCount = in.Byte() % 8;
     for (int i = 0; i < fixedCount; i++) {
         switch (in.Byte() % 3) {
-        case 0: properties.Integer(Pick(in, kByteIDs), 1, in.Byte()); break;
-        case 1: properties.Integer(Pick(in, kTwoByteIDs), 2, in.U16()); break;
+        case 0:
+            properties.Integer(Pick(in, kByteIDs), 1, in.Byte());
+            break;
+        case 1:
+            properties.Integer(Pick(in, kTwoByteIDs), 2, in.U16());
+            break;
         default:
             properties.Integer(Pick(in, kFourByteIDs), 4, static_cast<uint32_t>(in.U16()) << 16 | in.U16());
             break;
@@ -117,7 +121,8 @@ struct RoundTrip
                                                    properties.Count()));
             REQUIRE(MQTTProtocol_Parse_Connack(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
         } else {
-            REQUIRE(MQTTProtocol_Packet_DisConnect(body.data(), &bodyLen, reason, properties.Get(), properties.Count()));
+            REQUIRE(
+                MQTTProtocol_Packet_DisConnect(body.data(), &bodyLen, reason, properties.Get(), properties.Count()));
             REQUIRE(MQTTProtocol_Parse_Disconnect(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
         }
         REQUIRE(got == reason);
@@ -139,8 +144,8 @@ struct RoundTrip
         std::vector<char> gotTopic(0x10000), gotPayload(payload.size() + 1);
         uint16_t gotIdentifier = 0;
         int gotPayloadLen = 0;
-        REQUIRE(MQTTProtocol_Parse_Publish(Deliver(), bodyLen, &header, gotTopic.data(), &gotIdentifier, gotPayload.data(),
-                                           &gotPayloadLen, &decoded.list, &decoded.count));
+        REQUIRE(MQTTProtocol_Parse_Publish(Deliver(), bodyLen, &header, gotTopic.data(), &gotIdentifier,
+                                           gotPayload.data(), &gotPayloadLen, &decoded.list, &decoded.count));
         REQUIRE(topic == gotTopic.data() && gotIdentifier == identifier);
         REQUIRE(gotPayloadLen == static_cast<int>(payload.size()));
         REQUIRE(payload.empty() || std::memcmp(gotPayload.data(), payload.data(), payload.size()) == 0);
@@ -193,14 +198,30 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const int family = in.Byte() % 8;
     RoundTrip trip{in, block};
     switch (family) {
-    case 0: trip.Connect(); break;
-    case 1: trip.ReasonOnly(true); break;
-    case 2: trip.ReasonOnly(false); break;
-    case 3: trip.Publish(); break;
-    case 4: trip.Reply(MQTTProtocol_Packet_REPPublish, MQTTProtocol_Parse_Puback); break;
-    case 5: trip.Subscribe(true); break;
-    case 6: trip.Subscribe(false); break;
-    default: trip.Reply(MQTTProtocol_Packet_REPComm, MQTTProtocol_Parse_UNSuback); break;
+    case 0:
+        trip.Connect();
+        break;
+    case 1:
+        trip.ReasonOnly(true);
+        break;
+    case 2:
+        trip.ReasonOnly(false);
+        break;
+    case 3:
+        trip.Publish();
+        break;
+    case 4:
+        trip.Reply(MQTTProtocol_Packet_REPPublish, MQTTProtocol_Parse_Puback);
+        break;
+    case 5:
+        trip.Subscribe(true);
+        break;
+    case 6:
+        trip.Subscribe(false);
+        break;
+    default:
+        trip.Reply(MQTTProtocol_Packet_REPComm, MQTTProtocol_Parse_UNSuback);
+        break;
     }
     REQUIRE(trip.decoded.Holds(trip.expected));
     std::memset(block, 0, static_cast<size_t>(trip.bodyLen));

@@ -31,9 +31,12 @@ TEST(PropertyBlock, BuildsGoldenBlocks)
         {"no properties", {}, 0, {0x00}},
         {"negative count", PropertyList().Integer(0x24, 1, 1), -1, {0x00}},
         {"the width is the record's, not the identifier's",
-         PropertyList().Integer(0x11, 2, 0x0102).Integer(0x26, 1, 0x7F).Raw(0x02, {0xAA, 0xBB, 0xCC}).Raw(0x1F, {}), 4,
+         PropertyList().Integer(0x11, 2, 0x0102).Integer(0x26, 1, 0x7F).Raw(0x02, {0xAA, 0xBB, 0xCC}).Raw(0x1F, {}),
+         4,
          {0x0A, 0x11, 0x01, 0x02, 0x26, 0x7F, 0x02, 0xAA, 0xBB, 0xCC, 0x1F}},
-        {"a negative width writes the identifier alone", PropertyList().Integer(0x09, -5, 0).Integer(0x24, 1, 2), 2,
+        {"a negative width writes the identifier alone",
+         PropertyList().Integer(0x09, -5, 0).Integer(0x24, 1, 2),
+         2,
          {0x03, 0x09, 0x24, 0x02}},
         // Only this library's decoders read such a block: the standard would need two length bytes.
         {"a block of 200 bytes keeps one length byte", PropertyList().Raw(0x26, Bytes(199, 'x')), 1,
@@ -93,8 +96,10 @@ TEST(PropertyBlock, DecodesEveryIdentifierWithItsWidthInHostOrder)
         Bytes block{static_cast<uint8_t>(1 + width), static_cast<uint8_t>(id), 0x12, 0x34, 0x56, 0x78};
         block.resize(static_cast<size_t>(2 + width));
         PropertyList expected;
-        if (width == 3) expected.Raw(static_cast<uint8_t>(id), {0x12, 0x34, 0x56});
-        else expected.Integer(static_cast<uint8_t>(id), width, width == 1 ? 0x12 : width == 2 ? 0x1234 : 0x12345678);
+        if (width == 3)
+            expected.Raw(static_cast<uint8_t>(id), {0x12, 0x34, 0x56});
+        else
+            expected.Integer(static_cast<uint8_t>(id), width, width == 1 ? 0x12 : width == 2 ? 0x1234 : 0x12345678);
         ExpectDecoded(block, expected);
     }
 }

@@ -5,8 +5,8 @@
 #include "reassembly/ReceiveSupport.h"
 
 #include <atomic>
-#include <deque>
 #include <chrono>
+#include <deque>
 #include <map>
 #include <random>
 #include <string>
@@ -124,13 +124,16 @@ TEST(ReceiveConcurrency, EveryPacketOnceAndInOrderAcrossThreads)
         std::mt19937 random(7);
         std::deque<Client> clients;
         int expectedTotal = 0;
-        for (int i = 0; i < kClients; i++) expectedTotal += static_cast<int>(clients.emplace_back(i, random).expected.size());
+        for (int i = 0; i < kClients; i++)
+            expectedTotal += static_cast<int>(clients.emplace_back(i, random).expected.size());
         Workers workers(clients);
         std::vector<std::thread> network;
-        for (int thread = 0; thread < kNetworkThreads; thread++) network.emplace_back(Network, std::ref(clients), thread);
+        for (int thread = 0; thread < kNetworkThreads; thread++)
+            network.emplace_back(Network, std::ref(clients), thread);
         for (auto& thread : network) thread.join();
         workers.Finish(expectedTotal);
-        for (const Client& client : clients) EXPECT_EQ(client.delivered, client.expected.size()) << client.session.address;
+        for (const Client& client : clients)
+            EXPECT_EQ(client.delivered, client.expected.size()) << client.session.address;
         EXPECT_TRUE(mqtttest::ReadyCounts(kPoolCount).empty());
     }
     MQTTProtocol_Parse_Destory();

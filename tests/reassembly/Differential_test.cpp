@@ -146,7 +146,8 @@ private:
         if (pick <= 20) return {FirstByte(), 0x00};
         if (pick <= 28) return {FirstByte(), 0x01, anyByte()};
         if (pick <= 33) return LongerLength();
-        if (pick <= 37) return Wire(static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)), Some(Between(0, 30)));
+        if (pick <= 37)
+            return Wire(static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)), Some(Between(0, 30)));
         if (pick <= 41) return Bytes{anyByte(), 0x80, 0x80, 0x80, 0x80, anyByte()};
         if (pick <= 44) return TooLong();
         if (pick <= 49) return Some(Between(1, 6));
@@ -167,7 +168,8 @@ private:
     Bytes TooLong()
     {
         Bytes wire{FirstByte()};
-        mqtttest::AppendRemainingLength(wire, static_cast<size_t>(Between(MQTTPROTOCOL_PACKET_BLOCK_SIZE + 1, 268435455)));
+        mqtttest::AppendRemainingLength(wire,
+                                        static_cast<size_t>(Between(MQTTPROTOCOL_PACKET_BLOCK_SIZE + 1, 268435455)));
         return mqtttest::Concat({wire, Some(Between(0, 8))});
     }
 };
@@ -229,17 +231,17 @@ const NamedStream kNamedStreams[] = {
     {"three PINGREQs", {0xC0, 0x00, 0xC0, 0x00, 0xC0, 0x00}},
     {"DISCONNECT then PINGREQ", {0xE0, 0x00, 0xC0, 0x00}},
     {"PUBLISH, SUBSCRIBE, UNSUBSCRIBE",
-     mqtttest::Concat({Wire(0x32, mqtttest::Counting(20)), Wire(0x82, mqtttest::Counting(10)),
-                       Wire(0xA2, mqtttest::Counting(6))})},
+     mqtttest::Concat(
+         {Wire(0x32, mqtttest::Counting(20)), Wire(0x82, mqtttest::Counting(10)), Wire(0xA2, mqtttest::Counting(6))})},
     {"a bad SUBSCRIBE between two PUBLISHes",
-     mqtttest::Concat({Wire(0x30, mqtttest::Counting(5)), Wire(0x80, mqtttest::Counting(4)),
-                       Wire(0x30, mqtttest::Counting(3))})},
-    {"a five-byte length", mqtttest::Concat({{0x30, 0x80, 0x80, 0x80, 0x80, 0x01}, {0xC0, 0x00},
-                                             Wire(0x30, mqtttest::Counting(3))})},
+     mqtttest::Concat(
+         {Wire(0x30, mqtttest::Counting(5)), Wire(0x80, mqtttest::Counting(4)), Wire(0x30, mqtttest::Counting(3))})},
+    {"a five-byte length",
+     mqtttest::Concat({{0x30, 0x80, 0x80, 0x80, 0x80, 0x01}, {0xC0, 0x00}, Wire(0x30, mqtttest::Counting(3))})},
     {"lengths longer than needed", {0x30, 0x83, 0x00, 1, 2, 3, 0x40, 0x80, 0x80, 0x00, 0xE0, 0x00, 0xC0, 0x00}},
     {"two- and three-byte packets", {0xE0, 0x00, 0x40, 0x01, 0x07, 0xC0, 0x00, 0x62, 0x01, 0x05, 0xE0, 0x00}},
-    {"a length no block holds", mqtttest::Concat({Wire(0x30, mqtttest::Counting(2)), {0x30, 0x81, 0x80, 0x80, 0x05},
-                                                  mqtttest::Counting(6)})},
+    {"a length no block holds",
+     mqtttest::Concat({Wire(0x30, mqtttest::Counting(2)), {0x30, 0x81, 0x80, 0x80, 0x05}, mqtttest::Counting(6)})},
     {"the start of a packet with a four-byte length",
      mqtttest::Concat({{0xC0, 0x00, 0x30, 0x80, 0x80, 0x80, 0x01}, mqtttest::Counting(20)})},
     {"bodies of 127 and 128 bytes",

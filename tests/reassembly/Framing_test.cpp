@@ -73,15 +73,20 @@ TEST_F(ReceiveFraming, CutsPiecesAsHostsMeetThem)
         {"two-byte DISCONNECT, then a PINGREQ", {{0xE0, 0x00}, {0xC0, 0x00}}, {{0xE0, {}}, {0xC0, {}, false}}, kEmpty},
         {"a body filling the whole block", {Wire(0x30, whole)}, {{0x30, whole}}, kEmpty},
         {"bad SUBSCRIBE after a PUBLISH: the PUBLISH stays, the rest is lost",
-         {Concat({Wire(0x30, Counting(7)), Wire(0x80, Counting(9)), Wire(0x30, Counting(3))})}, {{0x30, Counting(7)}},
-         kEmpty, kBadFlags},
+         {Concat({Wire(0x30, Counting(7)), Wire(0x80, Counting(9)), Wire(0x30, Counting(3))})},
+         {{0x30, Counting(7)}},
+         kEmpty,
+         kBadFlags},
     };
     // Alone, with a PINGREQ behind: only flags 2 are taken, otherwise nothing of the piece is queued.
     for (uint8_t first : {0x82, 0xA2, 0x80, 0xA3}) {
         const bool good = (first & 0x0F) == 2;
-        cases.push_back({"SUBSCRIBE or UNSUBSCRIBE alone", {Concat({Wire(first, Counting(9)), {0xC0, 0x00}})},
+        cases.push_back({"SUBSCRIBE or UNSUBSCRIBE alone",
+                         {Concat({Wire(first, Counting(9)), {0xC0, 0x00}})},
                          good ? std::vector<Packet>{{first, Counting(9)}, {0xC0, {}, false}} : std::vector<Packet>{},
-                         kEmpty, good ? 0 : kBadFlags, good});
+                         kEmpty,
+                         good ? 0 : kBadFlags,
+                         good});
     }
     for (const Case& c : cases) Run(c);
 }

@@ -89,7 +89,8 @@ TEST(HopperPool, CountsPerAddressAndListsReadyOnesInInsertionOrder)
     for (const char* address : {"first", "second", "third"}) pool.Insert(address);
     EXPECT_TRUE(Ready(pool.handle, 0).empty());
 
-    for (const char* address : {"third", "first", "third"}) ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, address));
+    for (const char* address : {"third", "first", "third"})
+        ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, address));
     EXPECT_EQ(Ready(pool.handle, 0), (Listing{{"first", 1}, {"third", 2}}));
 
     ASSERT_TRUE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "first"));
@@ -126,15 +127,22 @@ TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
         {"pool count 0", [] { return Hopper_TaskPool_CreateEx(0) != nullptr; }, HOPPER_ERR_ARGUMENT},
         {"index out of range", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 2, "a"); }, HOPPER_ERR_ARGUMENT},
         {"negative index", [&] { return Hopper_TaskPool_WaitEventEx(pool.handle, -1, 0); }, HOPPER_ERR_ARGUMENT},
-        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
-        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, "a", nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, nullptr, &index); },
+         HOPPER_ERR_ARGUMENT},
+        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, "a", nullptr); },
+         HOPPER_ERR_ARGUMENT},
         {"128-byte address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, tooLong.c_str(), &index); },
          HOPPER_ERR_ARGUMENT},
-        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
-        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, &events, nullptr); }, HOPPER_ERR_ARGUMENT},
-        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
-        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
-        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "b"); }, HOPPER_ERR_NOTFOUND},
+        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); },
+         HOPPER_ERR_ARGUMENT},
+        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, &events, nullptr); },
+         HOPPER_ERR_ARGUMENT},
+        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 0, nullptr); },
+         HOPPER_ERR_ARGUMENT},
+        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, nullptr); },
+         HOPPER_ERR_ARGUMENT},
+        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "b"); },
+         HOPPER_ERR_NOTFOUND},
         {"destroyed handle", [&] { return Hopper_TaskPool_AddrInsertEx(destroyed, "a", &index); }, HOPPER_ERR_HANDLE},
         {"null handle", [] { return Hopper_TaskPool_ActiveEventEx(nullptr, 0); }, HOPPER_ERR_HANDLE},
         {"destroy twice", [&] { return Hopper_TaskPool_DestoryEx(destroyed); }, HOPPER_ERR_HANDLE},
