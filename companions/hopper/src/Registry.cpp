@@ -33,10 +33,8 @@ HOPPER_HANDLE Registry::Add(std::shared_ptr<Pool> pool)
 
 Pool* Registry::FindAgain(uintptr_t id)
 {
+    // Destroying a pool takes it out of the registry first, so what is found here is live.
     std::shared_ptr<Pool> found = Lookup(id);
-    if (found != nullptr && found->destroyed.load()) {
-        found = nullptr;
-    }
     t_LastPoolId = id;
     t_LastPool = found.get();
     t_LastPoolHeld = std::move(found);  // the pool held before is let go outside the lock
