@@ -69,9 +69,10 @@ std::string MemcpyRow(int bytes, const Settings& settings)
     static std::set<int> registered;
     const std::string label = "memcpy of the same " + std::to_string(bytes) + (bytes == 1 ? " byte" : " bytes");
     if (registered.insert(bytes).second) {
-        AddRow({kGroup, label, false}, [bytes](benchmark::State& state) {
-            RunMemcpy(state, static_cast<size_t>(bytes));
-        })->MinTime(settings.codecMinSeconds)->UseRealTime();
+        AddRow({kGroup, label, false},
+               [bytes](benchmark::State& state) { RunMemcpy(state, static_cast<size_t>(bytes)); })
+            ->MinTime(settings.codecMinSeconds)
+            ->UseRealTime();
     }
     return KeyOf(kGroup, label);
 }
@@ -83,8 +84,7 @@ void AddCodecRow(const std::string& label, int bytes, std::vector<Target> target
     Row row(kGroup, label);
     row.comparisons = {{memcpyKey}};
     row.targets = std::move(targets);
-    AddRow(row,
-           [bytes, op](benchmark::State& state) mutable { RunCodec(state, bytes, op); })
+    AddRow(row, [bytes, op](benchmark::State& state) mutable { RunCodec(state, bytes, op); })
         ->MinTime(settings.codecMinSeconds)
         ->UseRealTime();
 }
@@ -149,7 +149,7 @@ std::vector<char> BodyOf(Build build)
 bool BuildConnect(char* out, int* length)
 {
     MQTTPROTOCOL_HDRCONNNECT header{};
-    header.byConnFlags = 0xC2;  // user name, password, clean start
+    header.byConnFlags = 0xC2;   // user name, password, clean start
     header.wKeepAlive = 0x3C00;  // 60 seconds, network order
     return MQTTProtocol_Packet_REQConnect(out, length, &header, "sensor-0001", TypicalProperties(),
                                           kTypicalPropertyCount, "user", "secret");
@@ -179,7 +179,10 @@ bool BuildSubscribe(char* out, int* length)
     return MQTTProtocol_Packet_REQSubscribe(out, length, kIdentifier, kFilter, &options, nullptr, 0);
 }
 
-bool BuildSuback(char* out, int* length) { return MQTTProtocol_Packet_REPComm(out, length, kIdentifier, 1, nullptr, 0); }
+bool BuildSuback(char* out, int* length)
+{
+    return MQTTProtocol_Packet_REPComm(out, length, kIdentifier, 1, nullptr, 0);
+}
 
 bool BuildUnsubscribe(char* out, int* length)
 {
@@ -229,13 +232,12 @@ void AcknowledgementDecoder(const char* body, int length, MQTTPROTOCOL_HDRPROPER
 // The remaining length and the property block, which every packet decoder uses.
 void RegisterFieldDecoders(const Settings& settings)
 {
-    AddDecoderRow("remaining length 55 decoded", settings, {0x37}, false,
-                  [](const char* body, int length, auto, auto) {
-                      int value = 0;
-                      int headerSize = 1;
-                      m_Parse.MQTTProtocol_Parse_Length(body, length, &value, &headerSize);
-                      benchmark::DoNotOptimize(value);
-                  });
+    AddDecoderRow("remaining length 55 decoded", settings, {0x37}, false, [](const char* body, int length, auto, auto) {
+        int value = 0;
+        int headerSize = 1;
+        m_Parse.MQTTProtocol_Parse_Length(body, length, &value, &headerSize);
+        benchmark::DoNotOptimize(value);
+    });
     const std::vector<char> block = BodyOf(BuildPropertyBlock);
     AddDecoderRow("property block decoded (2 properties)", settings, {block.begin() + 1, block.end()}, true,
                   [](const char* body, int length, auto list, auto count) {
@@ -282,7 +284,8 @@ void RegisterPublishDecoders(const Settings& settings)
                       benchmark::DoNotOptimize(payloadLength);
                   },
                   {FasterThanTarget(kPublishLimitNs, "under 50 ns")});
-    AddDecoderRow("PUBACK decoded", settings, BodyOf(BuildPuback), false, AcknowledgementDecoder<MQTTProtocol_Parse_Puback>);
+    AddDecoderRow("PUBACK decoded", settings, BodyOf(BuildPuback), false,
+                  AcknowledgementDecoder<MQTTProtocol_Parse_Puback>);
 }
 
 void RegisterSubscriptionDecoders(const Settings& settings)
@@ -294,14 +297,16 @@ void RegisterSubscriptionDecoders(const Settings& settings)
                       MQTTProtocol_Parse_Subscribe(body, length, &identifier, OutBuffer(), &options, list, count);
                       benchmark::DoNotOptimize(identifier);
                   });
-    AddDecoderRow("SUBACK decoded", settings, BodyOf(BuildSuback), false, AcknowledgementDecoder<MQTTProtocol_Parse_Suback>);
+    AddDecoderRow("SUBACK decoded", settings, BodyOf(BuildSuback), false,
+                  AcknowledgementDecoder<MQTTProtocol_Parse_Suback>);
     AddDecoderRow("UNSUBSCRIBE decoded", settings, BodyOf(BuildUnsubscribe), false,
                   [](const char* body, int length, auto list, auto count) {
                       unsigned short identifier = 0;
                       MQTTProtocol_Parse_UNSubcribe(body, length, &identifier, OutBuffer(), list, count);
                       benchmark::DoNotOptimize(identifier);
                   });
-    AddDecoderRow("UNSUBACK decoded", settings, BodyOf(BuildSuback), false, AcknowledgementDecoder<MQTTProtocol_Parse_UNSuback>);
+    AddDecoderRow("UNSUBACK decoded", settings, BodyOf(BuildSuback), false,
+                  AcknowledgementDecoder<MQTTProtocol_Parse_UNSuback>);
 }
 
 }  // namespace

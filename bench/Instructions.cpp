@@ -35,7 +35,8 @@ int main(int argc, char** argv)
     {
         bench::Client client;
         bench::Receiver receiver(bench::LongestBody(workload));
-        const bool fed = bench::FeedPieces(client.Address(), workload.stream, 0, workload.stream.size(), 65536, receiver);
+        const bool fed =
+            bench::FeedPieces(client.Address(), workload.stream, 0, workload.stream.size(), 65536, receiver);
         matched = fed && receiver.TakeSum() == workload.expected;
     }
     MQTTProtocol_Parse_Destory();

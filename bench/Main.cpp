@@ -27,9 +27,8 @@ namespace {
 bool TakeFlag(int& argc, char** argv, const char* flag)
 {
     const int before = argc;
-    argc = static_cast<int>(std::remove_if(argv + 1, argv + argc, [flag](const char* argument) {
-                                return std::strcmp(argument, flag) == 0;
-                            }) -
+    argc = static_cast<int>(std::remove_if(argv + 1, argv + argc,
+                                           [flag](const char* argument) { return std::strcmp(argument, flag) == 0; }) -
                             argv);
     return argc != before;
 }

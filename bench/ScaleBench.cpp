@@ -77,8 +77,8 @@ void RunInterleaved(benchmark::State& state, int clientCount, int packetsPerClie
         bool fed = true;
         for (size_t at = 0; at < size; at += kScalePiece) {
             for (const Client& client : clients) {
-                fed &= FeedPieces(client.Address(), workload.stream, at, std::min(at + kScalePiece, size),
-                                  kScalePiece, receiver);
+                fed &= FeedPieces(client.Address(), workload.stream, at, std::min(at + kScalePiece, size), kScalePiece,
+                                  receiver);
             }
         }
         if (!fed || !(receiver.TakeSum() == Repeated(workload.expected, clientCount))) {
@@ -152,9 +152,13 @@ void RegisterClients(const Settings& settings)
     }
     // What every compact row of the group is set beside: the same bodies, each copied into a malloc
     // block of its own size and freed.
-    AddRow({kScaleGroup, kScaleCopyFloor, false}, [packets = settings.scalePackets](benchmark::State& state) {
-        RunBaseline(state, StreamOf(StreamKind::SmallQos1, packets), static_cast<size_t>(packets), CopyFloor);
-    })->Iterations(1)->Repetitions(settings.repetitions)->UseRealTime();
+    AddRow({kScaleGroup, kScaleCopyFloor, false},
+           [packets = settings.scalePackets](benchmark::State& state) {
+               RunBaseline(state, StreamOf(StreamKind::SmallQos1, packets), static_cast<size_t>(packets), CopyFloor);
+           })
+        ->Iterations(1)
+        ->Repetitions(settings.repetitions)
+        ->UseRealTime();
 }
 
 Target AtLeastMegabytes(const std::string& text, double megabytesPerSecond)

@@ -18,8 +18,8 @@ struct Settings
     int scalePackets = 1000000;  // per client count, at least two pieces for each client
     int scaleRepetitions = 3;
     int threadedPackets = 1000000;
-    int largePublishes = 10;     // the 10 MiB packet, in each repetition
-    int burstRepetitions = 3;    // 50,000 PINGREQs in one call
+    int largePublishes = 10;   // the 10 MiB packet, in each repetition
+    int burstRepetitions = 3;  // 50,000 PINGREQs in one call
 };
 
 inline Settings SettingsFor(bool quick)

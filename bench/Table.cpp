@@ -20,7 +20,10 @@ const std::string kAllocations = "allocations";
 const std::string kUserSeconds = "user seconds";
 const std::string kKernelSeconds = "kernel seconds";
 
-double Seconds(const timeval& time) { return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6; }
+double Seconds(const timeval& time)
+{
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
 
 rusage ProcessUsage()
 {
@@ -148,8 +151,8 @@ void PrintRow(std::ostream& out, const std::string& key, const Row& row, const R
         return;
     }
     out << Figure(measured.nsPerPacket, 1) << " | " << Figure(measured.packetsPerSecond, 0) << " | "
-        << Figure(measured.megabytesPerSecond, 1) << " | " << Figure(measured.allocationsPerPacket, 2) << " | " << Figure(measured.userMicrosPerPacket, 2) << " + "
-        << Figure(measured.kernelMicrosPerPacket, 2) << " | "
+        << Figure(measured.megabytesPerSecond, 1) << " | " << Figure(measured.allocationsPerPacket, 2) << " | "
+        << Figure(measured.userMicrosPerPacket, 2) << " + " << Figure(measured.kernelMicrosPerPacket, 2) << " | "
         << ComparedText(key, row, measured, all) << " | " << TargetText(row, measured, all) << " |\n";
 }
 
@@ -170,8 +173,8 @@ double TimeRatio(const Results& all, const std::string& key, const std::string& 
 
 Target AtMostTimes(std::string text, std::string key, std::string referenceKey, double limit)
 {
-    return {std::move(text), [key = std::move(key), referenceKey = std::move(referenceKey), limit](
-                                 const Measured&, const Results& all) {
+    return {std::move(text),
+            [key = std::move(key), referenceKey = std::move(referenceKey), limit](const Measured&, const Results& all) {
                 const double ratio = TimeRatio(all, key, referenceKey);
                 return ratio > 0 && ratio <= limit;
             }};
@@ -179,10 +182,9 @@ Target AtMostTimes(std::string text, std::string key, std::string referenceKey, 
 
 Target AtLeastFaster(std::string text, std::string key, std::string referenceKey, double factor)
 {
-    return {std::move(text), [key = std::move(key), referenceKey = std::move(referenceKey), factor](
-                                 const Measured&, const Results& all) {
-                return TimeRatio(all, referenceKey, key) >= factor;
-            }};
+    return {std::move(text),
+            [key = std::move(key), referenceKey = std::move(referenceKey), factor](
+                const Measured&, const Results& all) { return TimeRatio(all, referenceKey, key) >= factor; }};
 }
 
 benchmark::internal::Benchmark* AddRow(Row row, std::function<void(benchmark::State&)> run)
@@ -205,8 +207,7 @@ void Meter::Account(benchmark::State& state, double packets, double bytes, doubl
     const rusage usage = ProcessUsage();
     AccountExtra(state, kPackets, packets);
     AccountExtra(state, kBytes, bytes);
-    AccountExtra(state, kAllocations,
-                 static_cast<double>(BenchAllocationCount() - m_Allocations) + otherAllocations);
+    AccountExtra(state, kAllocations, static_cast<double>(BenchAllocationCount() - m_Allocations) + otherAllocations);
     AccountExtra(state, kUserSeconds, Seconds(usage.ru_utime) - m_UserSeconds);
     AccountExtra(state, kKernelSeconds, Seconds(usage.ru_stime) - m_KernelSeconds);
 }

@@ -186,10 +186,10 @@ Row ThreadsRow(int bodyMode)
     Row row{kScaleGroup, InModeLabel(kThreadsLabel, bodyMode)};
     const std::string clientsKey = KeyOf(kScaleGroup, InModeLabel(ClientsLabel(kThreadedClients), bodyMode));
     if (bodyMode == MQTTPROTOCOL_BODY_COMPACT) {
-        row.comparisons = {{KeyOf(kScaleGroup, kScaleCopyFloor)},
-                           {KeyOf(kScaleGroup, InModeLabel(kThreadsLabel, MQTTPROTOCOL_BODY_BLOCK)),
-                            Comparison::Style::FasterThan},
-                           {clientsKey}};
+        row.comparisons = {
+            {KeyOf(kScaleGroup, kScaleCopyFloor)},
+            {KeyOf(kScaleGroup, InModeLabel(kThreadsLabel, MQTTPROTOCOL_BODY_BLOCK)), Comparison::Style::FasterThan},
+            {clientsKey}};
     } else {
         row.comparisons = {{KeyOf(kScaleGroup, kTwoThreadFloorLabel)}, {clientsKey}};
     }

@@ -115,13 +115,10 @@ void RegisterWorkload(const WorkloadCase& workloadCase, int packets, const Setti
     const auto workload = [kind = workloadCase.kind, packets]() -> const Workload& { return StreamOf(kind, packets); };
     const auto sample = [packets](int wanted) { return static_cast<size_t>(std::min(wanted, packets)); };
     const auto baseline = [workload](size_t count, PerPacket perPacket) {
-        return [workload, count, perPacket](benchmark::State& state) {
-            RunBaseline(state, workload(), count, perPacket);
-        };
+        return
+            [workload, count, perPacket](benchmark::State& state) { RunBaseline(state, workload(), count, perPacket); };
     };
-    const auto library = [workload, pieceSize](benchmark::State& state) {
-        RunOneClient(state, workload(), pieceSize);
-    };
+    const auto library = [workload, pieceSize](benchmark::State& state) { RunOneClient(state, workload(), pieceSize); };
     const std::vector<benchmark::internal::Benchmark*> registered = {
         AddRow(BlockRow(workloadCase), library),
         AddRow(CompactRow(workloadCase), InBodyMode(MQTTPROTOCOL_BODY_COMPACT, library)),
@@ -148,8 +145,7 @@ void RegisterWorkloads(const Settings& settings)
         {"W4", StreamKind::PingAndQos0, kLargePiece, true},
     };
     for (const WorkloadCase& workloadCase : cases) {
-        const int packets =
-            workloadCase.kind == StreamKind::LargeQos1 ? settings.largePackets : settings.smallPackets;
+        const int packets = workloadCase.kind == StreamKind::LargeQos1 ? settings.largePackets : settings.smallPackets;
         RegisterWorkload(workloadCase, packets, settings);
     }
 }

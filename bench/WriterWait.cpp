@@ -80,9 +80,10 @@ int main(int argc, char** argv)
 {
     Options options;
     if (argc == 2 && std::strcmp(argv[1], "--help") == 0) {
-        std::printf("usage: %s [--busy 0..64] [--pairs 1..1000000]\n"
-                    "Times Delete + Insert pairs of one address while --busy threads (3) loop on Send and Recv.\n",
-                    argv[0]);
+        std::printf(
+            "usage: %s [--busy 0..64] [--pairs 1..1000000]\n"
+            "Times Delete + Insert pairs of one address while --busy threads (3) loop on Send and Recv.\n",
+            argv[0]);
         return 0;
     }
     if (!ParseOptions(argc, argv, options)) {

@@ -11,9 +11,15 @@ void PrintProperty(const MQTTPROTOCOL_HDRPROPERTY& property)
 {
     std::printf("  property 0x%02X, %d bytes: ", property.byPropertyID, property.nPropertyLen);
     switch (property.nPropertyLen) {
-    case 4: std::printf("%u\n", property.dwValue); break;
-    case 2: std::printf("%u\n", property.wValue); break;
-    case 1: std::printf("%u\n", property.byValue); break;
+    case 4:
+        std::printf("%u\n", property.dwValue);
+        break;
+    case 2:
+        std::printf("%u\n", property.wValue);
+        break;
+    case 1:
+        std::printf("%u\n", property.byValue);
+        break;
     default:  // a string property: two-byte big-endian length, then the text
         std::printf("\"%.*s\"\n", property.nPropertyLen - 2, property.tszValue + 2);
         break;
@@ -45,7 +51,8 @@ int main()
     body[0] = static_cast<char>(0x8B);
     int bodyLen = 1;
     if (!m_Packet.MQTTProtocol_Packet_Property(body + 1, &bodyLen, &list, 2)) {
-        std::fprintf(stderr, "property block not built: 0x%llx\n", (unsigned long long)MQTTProtocol_GetLastError(nullptr));
+        std::fprintf(stderr, "property block not built: 0x%llx\n",
+                     (unsigned long long)MQTTProtocol_GetLastError(nullptr));
         return 1;
     }
     char packet[320];
@@ -63,7 +70,8 @@ int main()
     int remaining = 0;
     int headerSize = 1;
     if (!m_Parse.MQTTProtocol_Parse_Length(packet + 1, packetLen - 1, &remaining, &headerSize)) {
-        std::fprintf(stderr, "remaining length not decoded: 0x%llx\n", (unsigned long long)MQTTProtocol_GetLastError(nullptr));
+        std::fprintf(stderr, "remaining length not decoded: 0x%llx\n",
+                     (unsigned long long)MQTTProtocol_GetLastError(nullptr));
         return 1;
     }
     const char* decodedBody = packet + headerSize;
@@ -74,7 +82,8 @@ int main()
 
     MQTTPROTOCOL_HDRPROPERTY** decoded = nullptr;
     int decodedCount = 0;
-    m_Parse.MQTTProtocol_Parse_Property(decodedBody + 2, static_cast<unsigned char>(decodedBody[1]), &decoded, &decodedCount);
+    m_Parse.MQTTProtocol_Parse_Property(decodedBody + 2, static_cast<unsigned char>(decodedBody[1]), &decoded,
+                                        &decodedCount);
     for (int i = 0; i < decodedCount; i++) {
         PrintProperty(*decoded[i]);
     }

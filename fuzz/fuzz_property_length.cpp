@@ -8,7 +8,6 @@
 
 namespace {
 
-
 constexpr int kMaxRemainingLength = 268435455;
 
 void CheckRemainingLength(mqttfuzz::InputReader& in)

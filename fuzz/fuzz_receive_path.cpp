@@ -44,10 +44,18 @@ public:
         const uint8_t operation = in.Byte();
         const int client = (operation >> 2) % kClientCount;
         switch (operation & 3) {
-        case 0: Insert(client); break;
-        case 1: Send(client, in); break;
-        case 2: Recv(client); break;
-        default: Delete(client); break;
+        case 0:
+            Insert(client);
+            break;
+        case 1:
+            Send(client, in);
+            break;
+        case 2:
+            Recv(client);
+            break;
+        default:
+            Delete(client);
+            break;
         }
         CheckReadyCounts();
     }
@@ -72,8 +80,8 @@ private:
         const size_t wanted = in.U16() % 2048;
         const uint8_t* piece = in.Rest();
         const size_t size = in.Take(wanted);
-        const bool result =
-            MQTTProtocol_Parse_Send(Address(client).c_str(), reinterpret_cast<const char*>(piece), static_cast<int>(size));
+        const bool result = MQTTProtocol_Parse_Send(Address(client).c_str(), reinterpret_cast<const char*>(piece),
+                                                    static_cast<int>(size));
         REQUIRE(result == m_Model.Send(Address(client), reference::Bytes(piece, piece + size)));
         CheckErrorState();
     }

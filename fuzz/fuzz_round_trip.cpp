@@ -36,8 +36,12 @@ PropertyList DrawProperties(InputReader& in)
     const int fixedCount = in.Byte() % 8;
     for (int i = 0; i < fixedCount; i++) {
         switch (in.Byte() % 3) {
-        case 0: properties.Integer(Pick(in, kByteIDs), 1, in.Byte()); break;
-        case 1: properties.Integer(Pick(in, kTwoByteIDs), 2, in.U16()); break;
+        case 0:
+            properties.Integer(Pick(in, kByteIDs), 1, in.Byte());
+            break;
+        case 1:
+            properties.Integer(Pick(in, kTwoByteIDs), 2, in.U16());
+            break;
         default:
             properties.Integer(Pick(in, kFourByteIDs), 4, static_cast<uint32_t>(in.U16()) << 16 | in.U16());
             break;
@@ -67,11 +71,17 @@ uint16_t NonZeroIdentifier(InputReader& in)
     return identifier == 0 ? 1 : identifier;
 }
 
-// One family's round trip: builds into `body`, decodes it from the block, checks the fields.
+using ReplyBuilder = bool (*)(char*, int*, unsigned short, unsigned char, MQTTPROTOCOL_HDRPROPERTY***, int);
+using ReplyDecoder = bool (*)(const char*, int, unsigned char*, unsigned short*, MQTTPROTOCOL_HDRPROPERTY***, int*);
+
+// One family's round trip: builds into `body`, decodes it from the block, checks the fields; the
+// caller checks the properties. They are drawn first, after the family.
 struct RoundTrip
 {
     InputReader& in;
     char* block;
+    PropertyList properties = DrawProperties(in);
+    const PropertyList expected = properties;  // as it was before the builder swapped it
     std::vector<char> body = std::vector<char>(70000);
     int bodyLen = 0;
     mqttwire::DecodedProperties decoded{};
@@ -85,8 +95,6 @@ struct RoundTrip
 
     void Connect()
     {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
         MQTTPROTOCOL_HDRCONNNECT header{};
         header.byConnFlags = in.Byte() & 0xC2;  // user name, password, clean start
         const uint16_t keepAlive = in.U16();
@@ -101,38 +109,27 @@ struct RoundTrip
         REQUIRE(clientID == info.tszClientID);
         REQUIRE(std::string(info.tszClientUser) == ((header.byConnFlags & 0x80) ? user : ""));
         REQUIRE(std::string(info.tszClientPass) == ((header.byConnFlags & 0x40) ? password : ""));
-        REQUIRE(decoded.Holds(expected));
     }
 
-    void Connack()
+    // CONNACK (its builder takes the acknowledge flags too) or DISCONNECT: a reason code.
+    void ReasonOnly(bool connack)
     {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_REPConnect(body.data(), &bodyLen, in.Byte() & 1, reason, properties.Get(),
-                                               properties.Count()));
         uint8_t got = 0;
-        REQUIRE(MQTTProtocol_Parse_Connack(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
+        if (connack) {
+            REQUIRE(MQTTProtocol_Packet_REPConnect(body.data(), &bodyLen, in.Byte() & 1, reason, properties.Get(),
+                                                   properties.Count()));
+            REQUIRE(MQTTProtocol_Parse_Connack(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
+        } else {
+            REQUIRE(
+                MQTTProtocol_Packet_DisConnect(body.data(), &bodyLen, reason, properties.Get(), properties.Count()));
+            REQUIRE(MQTTProtocol_Parse_Disconnect(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
+        }
         REQUIRE(got == reason);
-        REQUIRE(decoded.Holds(expected));
-    }
-
-    void Disconnect()
-    {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
-        const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_DisConnect(body.data(), &bodyLen, reason, properties.Get(), properties.Count()));
-        uint8_t got = 0;
-        REQUIRE(MQTTProtocol_Parse_Disconnect(Deliver(), bodyLen, &got, &decoded.list, &decoded.count));
-        REQUIRE(got == reason);
-        REQUIRE(decoded.Holds(expected));
     }
 
     void Publish()
     {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
         const std::string topic = Text(in, 255);
         const uint8_t qos = in.Byte() % 3;
         const uint16_t identifier = qos == 0 ? 0 : NonZeroIdentifier(in);
@@ -147,34 +144,27 @@ struct RoundTrip
         std::vector<char> gotTopic(0x10000), gotPayload(payload.size() + 1);
         uint16_t gotIdentifier = 0;
         int gotPayloadLen = 0;
-        REQUIRE(MQTTProtocol_Parse_Publish(Deliver(), bodyLen, &header, gotTopic.data(), &gotIdentifier, gotPayload.data(),
-                                           &gotPayloadLen, &decoded.list, &decoded.count));
+        REQUIRE(MQTTProtocol_Parse_Publish(Deliver(), bodyLen, &header, gotTopic.data(), &gotIdentifier,
+                                           gotPayload.data(), &gotPayloadLen, &decoded.list, &decoded.count));
         REQUIRE(topic == gotTopic.data() && gotIdentifier == identifier);
         REQUIRE(gotPayloadLen == static_cast<int>(payload.size()));
         REQUIRE(payload.empty() || std::memcmp(gotPayload.data(), payload.data(), payload.size()) == 0);
-        REQUIRE(decoded.Holds(expected));
     }
 
-    void Acknowledgement()
+    // PUBACK and its kin, or UNSUBACK: an identifier and a reason code.
+    void Reply(ReplyBuilder build, ReplyDecoder decode)
     {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint16_t identifier = NonZeroIdentifier(in);
         const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_REPPublish(body.data(), &bodyLen, identifier, reason, properties.Get(),
-                                               properties.Count()));
+        REQUIRE(build(body.data(), &bodyLen, identifier, reason, properties.Get(), properties.Count()));
         uint8_t gotReason = 0;
         uint16_t gotIdentifier = 0;
-        REQUIRE(MQTTProtocol_Parse_Puback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list,
-                                          &decoded.count));
+        REQUIRE(decode(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list, &decoded.count));
         REQUIRE(gotReason == reason && gotIdentifier == identifier);
-        REQUIRE(decoded.Holds(expected));
     }
 
     void Subscribe(bool withOptions)
     {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
         const uint16_t identifier = in.U16();
         const std::string filter = Text(in, 255);
         const uint8_t optionsByte = in.Byte();
@@ -196,23 +186,6 @@ struct RoundTrip
                                                   &decoded.count));
         }
         REQUIRE(gotIdentifier == identifier && filter == gotFilter.data());
-        REQUIRE(decoded.Holds(expected));
-    }
-
-    void Unsuback()
-    {
-        PropertyList properties = DrawProperties(in);
-        const PropertyList expected = properties;  // as it was before the builder swapped it
-        const uint16_t identifier = NonZeroIdentifier(in);
-        const uint8_t reason = in.Byte();
-        REQUIRE(MQTTProtocol_Packet_REPComm(body.data(), &bodyLen, identifier, reason, properties.Get(),
-                                            properties.Count()));
-        uint8_t gotReason = 0;
-        uint16_t gotIdentifier = 0;
-        REQUIRE(MQTTProtocol_Parse_UNSuback(Deliver(), bodyLen, &gotReason, &gotIdentifier, &decoded.list,
-                                          &decoded.count));
-        REQUIRE(gotReason == reason && gotIdentifier == identifier);
-        REQUIRE(decoded.Holds(expected));
     }
 };
 
@@ -222,17 +195,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static char* block = static_cast<char*>(std::calloc(1, kBlockSize));
     InputReader in(data, size);
+    const int family = in.Byte() % 8;
     RoundTrip trip{in, block};
-    switch (in.Byte() % 8) {
-    case 0: trip.Connect(); break;
-    case 1: trip.Connack(); break;
-    case 2: trip.Disconnect(); break;
-    case 3: trip.Publish(); break;
-    case 4: trip.Acknowledgement(); break;
-    case 5: trip.Subscribe(true); break;
-    case 6: trip.Subscribe(false); break;
-    default: trip.Unsuback(); break;
+    switch (family) {
+    case 0:
+        trip.Connect();
+        break;
+    case 1:
+        trip.ReasonOnly(true);
+        break;
+    case 2:
+        trip.ReasonOnly(false);
+        break;
+    case 3:
+        trip.Publish();
+        break;
+    case 4:
+        trip.Reply(MQTTProtocol_Packet_REPPublish, MQTTProtocol_Parse_Puback);
+        break;
+    case 5:
+        trip.Subscribe(true);
+        break;
+    case 6:
+        trip.Subscribe(false);
+        break;
+    default:
+        trip.Reply(MQTTProtocol_Packet_REPComm, MQTTProtocol_Parse_UNSuback);
+        break;
     }
+    REQUIRE(trip.decoded.Holds(trip.expected));
     std::memset(block, 0, static_cast<size_t>(trip.bodyLen));
     return 0;
 }

@@ -101,7 +101,8 @@ typedef struct
         char tszValue[260];
     };
 } MQTTPROTOCOL_HDRPROPERTY;
-MQTTPROTOCOL_STATIC_ASSERT(sizeof(((MQTTPROTOCOL_HDRPROPERTY*)0)->tszValue) == 260, "a property holds 260 bytes of value");
+MQTTPROTOCOL_STATIC_ASSERT(sizeof(((MQTTPROTOCOL_HDRPROPERTY*)0)->tszValue) == 260,
+                           "a property holds 260 bytes of value");
 
 /** The CONNECT variable header without its properties, byte for byte as on the wire. */
 typedef struct
@@ -217,12 +218,13 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct
 {
-    MQTTPROTOCOL_FIXEDHEADER st_FixedHeader; /**< the first byte; zero in a short partial unless two bytes came at once */
-    char* ptszMsgBuffer;                     /**< see the forms above */
-    int nMsgLen;                             /**< bytes of ptszMsgBuffer in use */
-    int nPktLen;                             /**< the packet's size, or 4 while its fixed header waits */
-    bool bHeaderReady;                       /**< the fixed header is decoded: nPktLen is the packet's size */
-    bool bPacketReady;                       /**< the packet is whole and may be handed out */
+    MQTTPROTOCOL_FIXEDHEADER
+        st_FixedHeader;  /**< the first byte; zero in a short partial unless two bytes came at once */
+    char* ptszMsgBuffer; /**< see the forms above */
+    int nMsgLen;         /**< bytes of ptszMsgBuffer in use */
+    int nPktLen;         /**< the packet's size, or 4 while its fixed header waits */
+    bool bHeaderReady;   /**< the fixed header is decoded: nPktLen is the packet's size */
+    bool bPacketReady;   /**< the packet is whole and may be handed out */
 } MQTTPROTOCOL_MSGBUFFER;
 
 #ifdef __cplusplus
@@ -297,8 +299,8 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQConnect(char* ptszMsgBuffer, int* p
 /** CONNACK body: byConnAckFlags (bit 0 session present) and byReasonCode as given, then the property
  * block; 3 bytes without properties. Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or
  * pInt_MsgLen is null. */
-MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned char byConnAckFlags,
-                                                     unsigned char byReasonCode,
+MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPConnect(char* ptszMsgBuffer, int* pInt_MsgLen,
+                                                     unsigned char byConnAckFlags, unsigned char byReasonCode,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
 /** Decodes a CONNECT body. nMsgLen is not used. Copies the ten header bytes into *pSt_HDRConnect and
  * converts wKeepAlive to host order; then, if byVersion is 5, the properties, the client identifier
@@ -328,8 +330,10 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_DisConnect(char* ptszMsgBuffer, int* p
 /** Decodes a DISCONNECT body. nMsgLen is not used: bytes 0 (*pbyReasonCode) and 1 (property length)
  * are always read, so the standard's empty body is not recognised. Fails with
  * MQTTPROTOCOL_ERR_PARSE_ARGUMENT when lpszMsgBuffer is null. */
-MQTTPROTOCOL_API bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen, unsigned char* pbyReasonCode,
-                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount);
+MQTTPROTOCOL_API bool MQTTProtocol_Parse_Disconnect(const char* lpszMsgBuffer, int nMsgLen,
+                                                    unsigned char* pbyReasonCode,
+                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
+                                                    int* pInt_PropertyCount);
 
 /** PUBLISH body: lpszTopicName (not null) as its length cut to 16 bits and that many bytes; wMsgID
  * big-endian only when it is non-zero (the value alone decides: pass 0 for QoS 0 and non-zero for
@@ -379,8 +383,8 @@ MQTTPROTOCOL_API bool MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int*
  * block, always (a count below 1 gives the byte 0), then byReasonCode.
  * Fails with MQTTPROTOCOL_ERR_PACKET_ARGUMENT when ptszMsgBuffer or pInt_MsgLen is null. */
 MQTTPROTOCOL_API bool MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
-                                                  unsigned char byReasonCode, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                                                  int nPropertyCount);
+                                                  unsigned char byReasonCode,
+                                                  MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount);
 /** Decodes a SUBSCRIBE body. nMsgLen is not used. *pwMsgID = bytes 0-1; the properties; the first
  * topic filter into ptszTopicFilter, which must hold 65,535 bytes; its options byte into
  * *pSt_SubOption. Further topic filters are ignored. Fails with MQTTPROTOCOL_ERR_PARSE_ARGUMENT when

@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <vector>
 
 namespace mqtttest {
@@ -49,6 +50,24 @@ public:
 
 private:
     char* m_Block;
+};
+
+// Seeded random choices for generated streams and bodies: a failing seed replays.
+class SeededRandom
+{
+public:
+    explicit SeededRandom(uint32_t seed) : m_Random(seed) {}
+    int Between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_Random); }
+    bool Chance(int percent) { return Between(1, 100) <= percent; }
+    Bytes Some(int count)
+    {
+        Bytes bytes(static_cast<size_t>(count));
+        for (auto& byte : bytes) byte = static_cast<uint8_t>(m_Random());
+        return bytes;
+    }
+
+private:
+    std::mt19937 m_Random;
 };
 
 // The decoded list holds the expected records (see DecodedProperties::Holds).

@@ -8,12 +8,12 @@
 
 static int failures = 0;
 
-#define CHECK(cond)                                                     \
-    do {                                                                \
-        if (!(cond)) {                                                  \
+#define CHECK(cond)                                                                  \
+    do {                                                                             \
+        if (!(cond)) {                                                               \
             fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #cond); \
-            failures++;                                                 \
-        }                                                               \
+            failures++;                                                              \
+        }                                                                            \
     } while (0)
 
 int main(void)
@@ -34,39 +34,6 @@ int main(void)
     memset(&property, 0, sizeof(property));
     property.wValue = 7; /* the value union is anonymous */
     CHECK(property.byValue == 7);
-
-    MQTTPROTOCOL_HDRPROPERTY** list = NULL;
-    CHECK(Keel_OperatorMemory_Malloc((void***)&list, 2, (int)sizeof(MQTTPROTOCOL_HDRPROPERTY)));
-    Keel_OperatorMemory_Free((void***)&list, 2);
-    CHECK(list == NULL);
-
-    /* A QoS 1 PUBLISH with one property, built and read back through the C functions. */
-    MQTTPROTOCOL_HDRPROPERTY expiry;
-    memset(&expiry, 0, sizeof(expiry));
-    expiry.byPropertyID = 0x02;
-    expiry.nPropertyLen = 4;
-    expiry.dwValue = 30;
-    MQTTPROTOCOL_HDRPROPERTY* sent[1] = {&expiry};
-    MQTTPROTOCOL_HDRPROPERTY** sentList = sent;
-    char publish[64] = {0};
-    int publishLen = 0;
-    CHECK(MQTTProtocol_Packet_REQPublish(publish, &publishLen, "a/b", "xy", 2, 10, &sentList, 1));
-    CHECK(publishLen == 15 && memcmp(publish, "\x00\x03" "a/b" "\x00\x0A\x05\x02\x00\x00\x00\x1E" "xy", 15) == 0);
-
-    MQTTPROTOCOL_FIXEDHEADER header;
-    header.byMsgType = 3;
-    header.byMsgFlag = 2;
-    char topic[16] = {0};
-    char payload[16] = {0};
-    unsigned short packetID = 0;
-    int payloadLen = 0;
-    MQTTPROTOCOL_HDRPROPERTY** decoded = NULL;
-    int count = 0;
-    CHECK(MQTTProtocol_Parse_Publish(publish, publishLen, &header, topic, &packetID, payload, &payloadLen, &decoded,
-                                     &count));
-    CHECK(strcmp(topic, "a/b") == 0 && packetID == 10 && payloadLen == 2 && memcmp(payload, "xy", 2) == 0);
-    CHECK(count == 1 && decoded != NULL && decoded[0]->byPropertyID == 0x02 && decoded[0]->dwValue == 30);
-    Keel_OperatorMemory_Free((void***)&decoded, count);
 
     /* The receive side from C: a PINGREQ and a PUBLISH in one piece, out again in order. */
     CHECK(MQTTProtocol_Parse_Init(1));

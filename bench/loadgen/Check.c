@@ -2,7 +2,11 @@
 
 #include <stdio.h>
 
-enum { EXACT = 64, SUB_BITS = 6 };
+enum
+{
+    EXACT = 64,
+    SUB_BITS = 6
+};
 
 static unsigned bucket_of(uint64_t nanoseconds)
 {
@@ -44,8 +48,8 @@ double latency_percentile_us(const Latency* latency, double fraction)
     return 0;
 }
 
-bool check_arrival(int subscriber, uint32_t publisher, uint32_t sequence, uint32_t* expected,
-                   char* message, size_t message_size)
+bool check_arrival(int subscriber, uint32_t publisher, uint32_t sequence, uint32_t* expected, char* message,
+                   size_t message_size)
 {
     if (sequence == *expected) {
         (*expected)++;

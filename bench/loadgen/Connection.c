@@ -15,7 +15,10 @@
 #include <time.h>
 #include <unistd.h>
 
-enum { CONNECT_RETRY_MS = 5000 };
+enum
+{
+    CONNECT_RETRY_MS = 5000
+};
 
 uint64_t monotonic_ns(void)
 {

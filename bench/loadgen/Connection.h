@@ -9,10 +9,20 @@
 #include <stdbool.h>
 #include <stdint.h>
 
-typedef enum { ROLE_SUBSCRIBER, ROLE_PUBLISHER } Role;
-typedef enum { AWAIT_CONNACK, AWAIT_SUBACK, READY } Phase;
+typedef enum
+{
+    ROLE_SUBSCRIBER,
+    ROLE_PUBLISHER
+} Role;
+typedef enum
+{
+    AWAIT_CONNACK,
+    AWAIT_SUBACK,
+    READY
+} Phase;
 
-typedef struct {
+typedef struct
+{
     int fd;
     Role role;
     int index;
@@ -26,7 +36,8 @@ typedef struct {
     uint32_t* expected; /* subscriber: the next sequence from each publisher */
 } Connection;
 
-typedef struct {
+typedef struct
+{
     const Options* options;
     int epoll;
     Connection* connections; /* the subscribers, then the publishers */

@@ -12,7 +12,11 @@
 
 /* A publisher stops filling its buffer here and lets the socket drain: the window, not this, is
  * what bounds the messages in flight. */
-enum { FILL_LIMIT = 64 * 1024, READ_SIZE = 64 * 1024 };
+enum
+{
+    FILL_LIMIT = 64 * 1024,
+    READ_SIZE = 64 * 1024
+};
 
 static double cpu_seconds(void)
 {
@@ -191,9 +195,10 @@ static void describe_timeout(Run* run)
         for (int publisher = 0; publisher < options->publishers; publisher++) {
             uint32_t received = run->connections[index].expected[publisher];
             if (received < options->count) {
-                fail(run, "timed out after %d s: %d of %d connections ready; subscriber %d has %u of %u messages "
-                     "from publisher %d", options->timeout_seconds, run->ready, run->total, index, received,
-                     options->count, publisher);
+                fail(run,
+                     "timed out after %d s: %d of %d connections ready; subscriber %d has %u of %u messages "
+                     "from publisher %d",
+                     options->timeout_seconds, run->ready, run->total, index, received, options->count, publisher);
                 return;
             }
         }

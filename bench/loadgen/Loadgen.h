@@ -9,9 +9,15 @@
 #include <stdint.h>
 
 /* A deliberate fault in one publisher's stream, for proving that the subscribers' check fails. */
-typedef enum { FAULT_NONE, FAULT_DROP, FAULT_DUPLICATE } Fault;
+typedef enum
+{
+    FAULT_NONE,
+    FAULT_DROP,
+    FAULT_DUPLICATE
+} Fault;
 
-typedef struct {
+typedef struct
+{
     int port;
     int publishers;
     int subscribers;
@@ -23,7 +29,8 @@ typedef struct {
     Fault fault;
 } Options;
 
-typedef struct {
+typedef struct
+{
     uint64_t messages;
     uint64_t deliveries;
     double seconds;     /* from the first publication to the last arrival or acknowledgement */

@@ -47,31 +47,58 @@ static bool parse_number(const char* text, long lowest, long highest, long* valu
     return *text != '\0' && *end == '\0' && *value >= lowest && *value <= highest;
 }
 
-enum { OPT_PORT = 256, OPT_PUBLISHERS, OPT_SUBSCRIBERS, OPT_QOS, OPT_SIZE, OPT_COUNT, OPT_WINDOW, OPT_TIMEOUT, OPT_FAULT };
+enum
+{
+    OPT_PORT = 256,
+    OPT_PUBLISHERS,
+    OPT_SUBSCRIBERS,
+    OPT_QOS,
+    OPT_SIZE,
+    OPT_COUNT,
+    OPT_WINDOW,
+    OPT_TIMEOUT,
+    OPT_FAULT
+};
 
-typedef struct {
+typedef struct
+{
     int option;
     long lowest;
     long highest;
 } Range;
 
 static const Range ranges[] = {
-    {OPT_PORT, 1, 65535},   {OPT_PUBLISHERS, 1, 500},     {OPT_SUBSCRIBERS, 1, 500},
-    {OPT_QOS, 0, 2},        {OPT_SIZE, 16, 16777216},     {OPT_COUNT, 1, 100000000},
-    {OPT_WINDOW, 1, 100},   {OPT_TIMEOUT, 1, 3600},
+    {OPT_PORT, 1, 65535},     {OPT_PUBLISHERS, 1, 500},  {OPT_SUBSCRIBERS, 1, 500}, {OPT_QOS, 0, 2},
+    {OPT_SIZE, 16, 16777216}, {OPT_COUNT, 1, 100000000}, {OPT_WINDOW, 1, 100},      {OPT_TIMEOUT, 1, 3600},
 };
 
 static void store(Options* options, int option, long value)
 {
     switch (option) {
-    case OPT_PORT: options->port = (int)value; break;
-    case OPT_PUBLISHERS: options->publishers = (int)value; break;
-    case OPT_SUBSCRIBERS: options->subscribers = (int)value; break;
-    case OPT_QOS: options->qos = (int)value; break;
-    case OPT_SIZE: options->size = (size_t)value; break;
-    case OPT_COUNT: options->count = (uint32_t)value; break;
-    case OPT_WINDOW: options->window = (int)value; break;
-    case OPT_TIMEOUT: options->timeout_seconds = (int)value; break;
+    case OPT_PORT:
+        options->port = (int)value;
+        break;
+    case OPT_PUBLISHERS:
+        options->publishers = (int)value;
+        break;
+    case OPT_SUBSCRIBERS:
+        options->subscribers = (int)value;
+        break;
+    case OPT_QOS:
+        options->qos = (int)value;
+        break;
+    case OPT_SIZE:
+        options->size = (size_t)value;
+        break;
+    case OPT_COUNT:
+        options->count = (uint32_t)value;
+        break;
+    case OPT_WINDOW:
+        options->window = (int)value;
+        break;
+    case OPT_TIMEOUT:
+        options->timeout_seconds = (int)value;
+        break;
     }
 }
 
@@ -79,11 +106,16 @@ static void store(Options* options, int option, long value)
 static int parse_options(int argc, char** argv, Options* options)
 {
     static const struct option known[] = {
-        {"port", required_argument, NULL, OPT_PORT},       {"publishers", required_argument, NULL, OPT_PUBLISHERS},
-        {"subscribers", required_argument, NULL, OPT_SUBSCRIBERS}, {"qos", required_argument, NULL, OPT_QOS},
-        {"size", required_argument, NULL, OPT_SIZE},       {"count", required_argument, NULL, OPT_COUNT},
-        {"window", required_argument, NULL, OPT_WINDOW},   {"timeout", required_argument, NULL, OPT_TIMEOUT},
-        {"fault", required_argument, NULL, OPT_FAULT},     {"help", no_argument, NULL, 'h'},
+        {"port", required_argument, NULL, OPT_PORT},
+        {"publishers", required_argument, NULL, OPT_PUBLISHERS},
+        {"subscribers", required_argument, NULL, OPT_SUBSCRIBERS},
+        {"qos", required_argument, NULL, OPT_QOS},
+        {"size", required_argument, NULL, OPT_SIZE},
+        {"count", required_argument, NULL, OPT_COUNT},
+        {"window", required_argument, NULL, OPT_WINDOW},
+        {"timeout", required_argument, NULL, OPT_TIMEOUT},
+        {"fault", required_argument, NULL, OPT_FAULT},
+        {"help", no_argument, NULL, 'h'},
         {NULL, 0, NULL, 0},
     };
     int option;
@@ -106,8 +138,8 @@ static int parse_options(int argc, char** argv, Options* options)
         const Range* range = &ranges[option - OPT_PORT];
         long value = 0;
         if (!parse_number(optarg, range->lowest, range->highest, &value)) {
-            fprintf(stderr, "mqtt_loadgen: --%s takes a number from %ld to %ld, not '%s'\n", known[option - OPT_PORT].name,
-                    range->lowest, range->highest, optarg);
+            fprintf(stderr, "mqtt_loadgen: --%s takes a number from %ld to %ld, not '%s'\n",
+                    known[option - OPT_PORT].name, range->lowest, range->highest, optarg);
             return 2;
         }
         store(options, option, value);
@@ -126,7 +158,8 @@ static int parse_options(int argc, char** argv, Options* options)
 
 int main(int argc, char** argv)
 {
-    Options options = {.publishers = 1, .subscribers = 1, .size = 32, .count = 100000, .window = 100, .timeout_seconds = 60};
+    Options options = {
+        .publishers = 1, .subscribers = 1, .size = 32, .count = 100000, .window = 100, .timeout_seconds = 60};
     int parsed = parse_options(argc, argv, &options);
     if (parsed) {
         return parsed == 1 ? 0 : 2;
@@ -137,10 +170,11 @@ int main(int argc, char** argv)
         fprintf(stderr, "mqtt_loadgen: FAILED: %s\n", message);
         return 1;
     }
-    printf("loadgen: messages=%llu deliveries=%llu seconds=%.3f deliveries_per_s=%.0f median_us=%.1f p99_us=%.1f "
-           "cpu_pct=%.0f\n",
-           (unsigned long long)results.messages, (unsigned long long)results.deliveries, results.seconds,
-           (double)results.deliveries / results.seconds, latency_percentile_us(&results.latency, 0.5),
-           latency_percentile_us(&results.latency, 0.99), 100 * results.cpu_seconds / results.seconds);
+    printf(
+        "loadgen: messages=%llu deliveries=%llu seconds=%.3f deliveries_per_s=%.0f median_us=%.1f p99_us=%.1f "
+        "cpu_pct=%.0f\n",
+        (unsigned long long)results.messages, (unsigned long long)results.deliveries, results.seconds,
+        (double)results.deliveries / results.seconds, latency_percentile_us(&results.latency, 0.5),
+        latency_percentile_us(&results.latency, 0.99), 100 * results.cpu_seconds / results.seconds);
     return 0;
 }

@@ -79,7 +79,7 @@ void put_connect(Buffer* out, const char* client_id)
     put_byte(out, 5);    /* protocol version */
     put_byte(out, 0x02); /* clean start */
     put_u16(out, 0);
-    put_byte(out, 0);    /* no properties */
+    put_byte(out, 0); /* no properties */
     put_string(out, client_id);
 }
 
@@ -92,8 +92,7 @@ void put_subscribe(Buffer* out, const char* filter, int qos)
     put_byte(out, (unsigned)qos);
 }
 
-void put_publish(Buffer* out, const char* topic, int qos, uint16_t packet_id, const Stamp* stamp,
-                 size_t payload_size)
+void put_publish(Buffer* out, const char* topic, int qos, uint16_t packet_id, const Stamp* stamp, size_t payload_size)
 {
     put_header(out, 0x30 | (unsigned)qos << 1, 2 + strlen(topic) + (qos ? 2 : 0) + 1 + payload_size);
     put_string(out, topic);

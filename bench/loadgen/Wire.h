@@ -7,7 +7,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
-enum {
+enum
+{
     PACKET_CONNACK = 2,
     PACKET_PUBLISH = 3,
     PACKET_PUBACK = 4,
@@ -20,8 +21,12 @@ enum {
 
 /* What the generator puts at the head of every payload: who sent it, its place in that publisher's
  * stream, and when (monotonic clock), so that the subscriber checks order and measures latency. */
-enum { STAMP_SIZE = 16 };
-typedef struct {
+enum
+{
+    STAMP_SIZE = 16
+};
+typedef struct
+{
     uint32_t publisher;
     uint32_t sequence;
     uint64_t sent_ns;
@@ -29,7 +34,8 @@ typedef struct {
 
 /* Bytes waiting to be written or parsed; it grows on demand and the program stops if memory runs
  * out, since a generator that cannot hold its window cannot measure anything. */
-typedef struct {
+typedef struct
+{
     unsigned char* data;
     size_t length;
     size_t capacity;
@@ -42,14 +48,14 @@ void buffer_free(Buffer* buffer);
 void put_connect(Buffer* out, const char* client_id);
 void put_subscribe(Buffer* out, const char* filter, int qos);
 /* A PUBLISH of payload_size bytes: the stamp, then filler. Packet id 0 for QoS 0. */
-void put_publish(Buffer* out, const char* topic, int qos, uint16_t packet_id, const Stamp* stamp,
-                 size_t payload_size);
+void put_publish(Buffer* out, const char* topic, int qos, uint16_t packet_id, const Stamp* stamp, size_t payload_size);
 /* PUBACK, PUBREC, PUBREL or PUBCOMP in the short form: reason Success, no properties. */
 void put_ack(Buffer* out, int type, uint16_t packet_id);
 void put_disconnect(Buffer* out);
 
 /* One packet cut from the head of a stream. */
-typedef struct {
+typedef struct
+{
     int type;
     int flags;
     const unsigned char* body;
@@ -66,7 +72,8 @@ int cut_packet(const unsigned char* data, size_t length, size_t max_packet, Pack
 bool read_ack(const Packet* packet, uint16_t* packet_id, int* reason);
 
 /* A received PUBLISH: its QoS, packet id and the stamp at the head of its payload. */
-typedef struct {
+typedef struct
+{
     int qos;
     uint16_t packet_id;
     Stamp stamp;

@@ -42,7 +42,8 @@ void Registry::Remove(const Connection& connection, const std::string& clientId)
     std::lock_guard lock(lock_);
     byId_.erase(connection.id);
     byAddress_.erase(connection.address);
-    if (const auto holder = byClientId_.find(clientId); holder != byClientId_.end() && holder->second.get() == &connection) {
+    if (const auto holder = byClientId_.find(clientId);
+        holder != byClientId_.end() && holder->second.get() == &connection) {
         byClientId_.erase(holder);
     }
 }
@@ -324,10 +325,7 @@ Broker::~Broker()
     }
 }
 
-unsigned short Broker::Port() const
-{
-    return state_->port;
-}
+unsigned short Broker::Port() const { return state_->port; }
 
 bool Broker::Start()
 {
@@ -346,7 +344,8 @@ bool Broker::Start()
         return false;
     }
     state.port = ntohs(address.sin_port);
-    const int bodyMode = state.options.bodyMode == BodyMode::Compact ? MQTTPROTOCOL_BODY_COMPACT : MQTTPROTOCOL_BODY_BLOCK;
+    const int bodyMode =
+        state.options.bodyMode == BodyMode::Compact ? MQTTPROTOCOL_BODY_COMPACT : MQTTPROTOCOL_BODY_BLOCK;
     if (!MQTTProtocol_Parse_BodyMode(bodyMode) || !MQTTProtocol_Parse_Init(state.options.pools)) {
         std::fprintf(stderr, "the receive side did not start: error 0x%llx\n",
                      static_cast<unsigned long long>(MQTTProtocol_GetLastError(nullptr)));

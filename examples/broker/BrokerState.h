@@ -62,8 +62,8 @@ private:
 struct Broker::State
 {
     explicit State(const BrokerOptions& options)
-        : options(options), budget(options.maxWaitingPackets), retained(options.maxRetainedMessages, options.maxRetainedBytes),
-          memory(options.maxMemory)
+        : options(options), budget(options.maxWaitingPackets),
+          retained(options.maxRetainedMessages, options.maxRetainedBytes), memory(options.maxMemory)
     {
     }
 

@@ -20,12 +20,19 @@ namespace broker {
 //   Connected       -> Ending      DISCONNECT, refused, taken over, silent past its keep-alive
 //   any but Closed  -> Closed      its session is deleted and its socket closed
 // While Ending, the workers drop what the client sent: only its close is still to come.
-enum class Phase { AwaitingConnect, Connected, Ending, Closed };
+enum class Phase
+{
+    AwaitingConnect,
+    Connected,
+    Ending,
+    Closed
+};
 
 struct Connection : std::enable_shared_from_this<Connection>
 {
     Connection(std::uint64_t id, int fd, std::string address, std::size_t maxPacketSize)
-        : id(id), address(address), boundaries(maxPacketSize), label(std::make_shared<const std::string>(address)), fd(fd)
+        : id(id), address(address), boundaries(maxPacketSize), label(std::make_shared<const std::string>(address)),
+          fd(fd)
     {
     }
 
@@ -58,11 +65,11 @@ struct Connection : std::enable_shared_from_this<Connection>
     OutboundFlow outbound;
     InboundQos2 inbound;
 
-    int fd;                         // -1 once closed
-    std::string unsent;             // what the socket has not taken yet, from unsentOffset on
+    int fd;              // -1 once closed
+    std::string unsent;  // what the socket has not taken yet, from unsentOffset on
     std::size_t unsentOffset = 0;
-    bool flushQueued = false;       // on a worker's flush list
-    bool watchingWrites = false;    // the network thread is told when the socket takes more
+    bool flushQueued = false;     // on a worker's flush list
+    bool watchingWrites = false;  // the network thread is told when the socket takes more
 
     std::size_t UnsentBytes() const { return unsent.size() - unsentOffset; }
 };

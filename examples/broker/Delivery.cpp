@@ -104,10 +104,7 @@ bool OutboundFlow::Ends(unsigned short id, Stage stage)
     return true;
 }
 
-bool OutboundFlow::OnPuback(unsigned short id)
-{
-    return Ends(id, Stage::AwaitPuback);
-}
+bool OutboundFlow::OnPuback(unsigned short id) { return Ends(id, Stage::AwaitPuback); }
 
 OutboundFlow::PubrecAction OutboundFlow::OnPubrec(unsigned short id, unsigned char reason)
 {
@@ -124,10 +121,7 @@ OutboundFlow::PubrecAction OutboundFlow::OnPubrec(unsigned short id, unsigned ch
     return PubrecAction::SendPubrel;
 }
 
-bool OutboundFlow::OnPubcomp(unsigned short id)
-{
-    return Ends(id, Stage::AwaitPubcomp);
-}
+bool OutboundFlow::OnPubcomp(unsigned short id) { return Ends(id, Stage::AwaitPubcomp); }
 
 void RetainedMessages::Erase(std::map<std::string, std::shared_ptr<const Message>>::iterator at)
 {

@@ -57,9 +57,9 @@ private:
 struct Outgoing
 {
     std::shared_ptr<const Message> message;
-    int qos = 0;             // the lower of the message's and the subscription's
-    bool retain = false;     // the RETAIN flag it goes out with
-    unsigned short id = 0;   // given when it may go, for QoS 1 and 2
+    int qos = 0;            // the lower of the message's and the subscription's
+    bool retain = false;    // the RETAIN flag it goes out with
+    unsigned short id = 0;  // given when it may go, for QoS 1 and 2
 };
 
 // Messages on their way to one subscriber: at most its receive maximum of QoS 1 and 2 messages wait
@@ -67,7 +67,12 @@ struct Outgoing
 class OutboundFlow
 {
 public:
-    enum class PubrecAction { Unknown, SendPubrel, Ended };
+    enum class PubrecAction
+    {
+        Unknown,
+        SendPubrel,
+        Ended
+    };
 
     void SetReceiveMaximum(unsigned maximum) { receiveMaximum_ = maximum; }
 
@@ -86,7 +91,12 @@ public:
     void Abandon(unsigned short id) { inFlight_.erase(id); }
 
 private:
-    enum class Stage { AwaitPuback, AwaitPubrec, AwaitPubcomp };
+    enum class Stage
+    {
+        AwaitPuback,
+        AwaitPubrec,
+        AwaitPubcomp
+    };
     bool Ends(unsigned short id, Stage stage);
     // Never 0: the library's acknowledgement builders leave a zero identifier out.
     unsigned short NewId();

@@ -28,7 +28,8 @@ void Broker::State::SendPublishLocked(Connection& subscriber, const Outgoing& ou
         return;
     }
     if (Tracing()) {
-        PacketTrace trace = PacketTrace().Type(kPublish).Topic(message.topic).Qos(outgoing.qos).Payload(message.payload.size());
+        PacketTrace trace =
+            PacketTrace().Type(kPublish).Topic(message.topic).Qos(outgoing.qos).Payload(message.payload.size());
         if (outgoing.qos > 0) {
             trace.Id(outgoing.id);
         }
@@ -55,11 +56,13 @@ void Broker::State::Deliver(Connection& subscriber, Outgoing outgoing)
     {
         std::lock_guard lock(subscriber.lock);
         if (subscriber.phase != Phase::Connected ||
-            (subscriber.maximumPacketSize && outgoing.message->PacketSize(outgoing.qos) > subscriber.maximumPacketSize)) {
+            (subscriber.maximumPacketSize &&
+             outgoing.message->PacketSize(outgoing.qos) > subscriber.maximumPacketSize)) {
             return;
         }
-        const bool queueFull = subscriber.UnsentBytes() + subscriber.outbound.WaitingBytes() + size > options.maxQueuedBytes ||
-                               (outgoing.qos > 0 && subscriber.outbound.WaitingCount() >= options.maxQueuedMessages);
+        const bool queueFull =
+            subscriber.UnsentBytes() + subscriber.outbound.WaitingBytes() + size > options.maxQueuedBytes ||
+            (outgoing.qos > 0 && subscriber.outbound.WaitingCount() >= options.maxQueuedMessages);
         if (queueFull || !memory.TryCharge(size)) {
             overrun = outgoing.qos > 0;
         } else if (auto ready = subscriber.outbound.Offer(std::move(outgoing))) {
@@ -148,8 +151,9 @@ void Broker::State::OnPublish(Connection& connection, MQTTPROTOCOL_FIXEDHEADER h
     }
     unsigned char reason = kSuccess;
     if (isNew) {
-        auto message = std::make_shared<const Message>(std::move(publish.topic), std::move(publish.payload), publish.qos,
-                                                       publish.retain, std::move(publish.properties), publish.messageExpiry);
+        auto message =
+            std::make_shared<const Message>(std::move(publish.topic), std::move(publish.payload), publish.qos,
+                                            publish.retain, std::move(publish.properties), publish.messageExpiry);
         if (message->retain) {
             retained.Store(message);
         }
@@ -180,9 +184,14 @@ void Broker::State::OnAcknowledgement(Connection& connection, unsigned char type
         break;
     case kPubrec:
         switch (connection.outbound.OnPubrec(ack.id, ack.reason)) {
-        case OutboundFlow::PubrecAction::SendPubrel: reply(kPubrel, kSuccess); return;
-        case OutboundFlow::PubrecAction::Unknown: reply(kPubrel, kPacketIdNotFound); return;
-        case OutboundFlow::PubrecAction::Ended: break;
+        case OutboundFlow::PubrecAction::SendPubrel:
+            reply(kPubrel, kSuccess);
+            return;
+        case OutboundFlow::PubrecAction::Unknown:
+            reply(kPubrel, kPacketIdNotFound);
+            return;
+        case OutboundFlow::PubrecAction::Ended:
+            break;
         }
         break;
     case kPubrel:
@@ -222,8 +231,9 @@ void Broker::State::OnSubscribe(Connection& connection, const char* body, int le
         std::lock_guard lock(connection.lock);  // not after Close has removed the connection's filters
         if (reason < 0x80) {
             isNew = connection.phase == Phase::Connected &&
-                    subscriptions.Add(connection.id, subscription.filter,
-                                      {qos, subscription.options.byNoLocal != 0, subscription.options.byRetainAsPublished != 0});
+                    subscriptions.Add(
+                        connection.id, subscription.filter,
+                        {qos, subscription.options.byNoLocal != 0, subscription.options.byRetainAsPublished != 0});
         }
         WriteLocked(connection, SubscriptionAckPacket(kSuback, subscription.id, reason),
                     PacketTrace().Id(subscription.id).Reason(reason));
@@ -265,14 +275,24 @@ void Broker::State::Handle(Connection& connection, MQTTPROTOCOL_FIXEDHEADER head
         return;
     }
     switch (type) {
-    case kConnect: OnConnect(connection, body, length); break;
-    case kPublish: OnPublish(connection, header, body, length); break;
+    case kConnect:
+        OnConnect(connection, body, length);
+        break;
+    case kPublish:
+        OnPublish(connection, header, body, length);
+        break;
     case kPuback:
     case kPubrec:
     case kPubrel:
-    case kPubcomp: OnAcknowledgement(connection, type, body, length); break;
-    case kSubscribe: OnSubscribe(connection, body, length); break;
-    case kUnsubscribe: OnUnsubscribe(connection, body, length); break;
+    case kPubcomp:
+        OnAcknowledgement(connection, type, body, length);
+        break;
+    case kSubscribe:
+        OnSubscribe(connection, body, length);
+        break;
+    case kUnsubscribe:
+        OnUnsubscribe(connection, body, length);
+        break;
     case kPingreq: {
         TraceIn(connection, kPingreq, length, PacketTrace());
         std::lock_guard lock(connection.lock);
@@ -283,7 +303,9 @@ void Broker::State::Handle(Connection& connection, MQTTPROTOCOL_FIXEDHEADER head
         TraceIn(connection, kDisconnect, length, PacketTrace().Reason(DecodeDisconnect(body, length)));
         Refuse(connection, {}, PacketTrace());
         break;
-    default: RefuseClient(connection, kProtocolError); break;
+    default:
+        RefuseClient(connection, kProtocolError);
+        break;
     }
 }
 

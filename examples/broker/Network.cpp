@@ -105,10 +105,11 @@ void Broker::State::OnRead(Connection& connection, std::string_view bytes)
     const auto followed = connection.boundaries.Follow(bytes, ends);
     // A malformed stream goes to the library only up to the end of its last whole packet: the library
     // would cut whatever follows into packets of its own.
-    const std::size_t fed = followed == PacketBoundaries::Status::Open ? bytes.size() : (ends.empty() ? 0 : ends.back());
+    const std::size_t fed =
+        followed == PacketBoundaries::Status::Open ? bytes.size() : (ends.empty() ? 0 : ends.back());
     if (Tracing()) {
-        Trace("net " + *connection.label.load() + " read " + std::to_string(bytes.size()) + "B, " + std::to_string(fed) +
-              "B to the library: " + std::to_string(ends.size()) + " packet(s) end in it");
+        Trace("net " + *connection.label.load() + " read " + std::to_string(bytes.size()) + "B, " +
+              std::to_string(fed) + "B to the library: " + std::to_string(ends.size()) + " packet(s) end in it");
     }
     if (followed != PacketBoundaries::Status::Open) {
         RefuseClient(connection, followed == PacketBoundaries::Status::TooLarge ? kPacketTooLarge : kMalformedPacket);

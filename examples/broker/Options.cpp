@@ -67,13 +67,18 @@ bool ParseOptions(int argc, char** argv, BrokerOptions& options, std::string& er
     const std::map<std::string, Numeric> numeric = {
         {"--port", {0, 65535, [&](long long v) { options.port = static_cast<unsigned short>(v); }}},
         {"--pools", {1, 64, [&](long long v) { options.pools = static_cast<int>(v); }}},
-        {"--max-packet-size", {64, 1 + 3 + 2097151, [&](long long v) { options.maxPacketSize = static_cast<std::size_t>(v); }}},
+        {"--max-packet-size",
+         {64, 1 + 3 + 2097151, [&](long long v) { options.maxPacketSize = static_cast<std::size_t>(v); }}},
         {"--max-waiting-packets", {1, 1000000, [&](long long v) { options.maxWaitingPackets = static_cast<long>(v); }}},
-        {"--max-queued-messages", {1, 10000000, [&](long long v) { options.maxQueuedMessages = static_cast<std::size_t>(v); }}},
-        {"--max-queued-bytes", {1024, 64 * kGiB, [&](long long v) { options.maxQueuedBytes = static_cast<std::size_t>(v); }}},
+        {"--max-queued-messages",
+         {1, 10000000, [&](long long v) { options.maxQueuedMessages = static_cast<std::size_t>(v); }}},
+        {"--max-queued-bytes",
+         {1024, 64 * kGiB, [&](long long v) { options.maxQueuedBytes = static_cast<std::size_t>(v); }}},
         {"--max-memory", {1024, 64 * kGiB, [&](long long v) { options.maxMemory = static_cast<std::size_t>(v); }}},
-        {"--max-retained", {0, 10000000, [&](long long v) { options.maxRetainedMessages = static_cast<std::size_t>(v); }}},
-        {"--max-retained-bytes", {0, 64 * kGiB, [&](long long v) { options.maxRetainedBytes = static_cast<std::size_t>(v); }}},
+        {"--max-retained",
+         {0, 10000000, [&](long long v) { options.maxRetainedMessages = static_cast<std::size_t>(v); }}},
+        {"--max-retained-bytes",
+         {0, 64 * kGiB, [&](long long v) { options.maxRetainedBytes = static_cast<std::size_t>(v); }}},
     };
     for (int index = 1; index < argc; index++) {
         const std::string option = argv[index];

@@ -7,7 +7,11 @@
 
 namespace broker {
 
-enum class BodyMode { Block, Compact };
+enum class BodyMode
+{
+    Block,
+    Compact
+};
 
 struct BrokerOptions
 {
@@ -15,7 +19,7 @@ struct BrokerOptions
     // Pool indexes, one worker thread each. One worker beside the network thread keeps both cores of
     // a small machine busy; each further worker adds wake-ups per packet.
     int pools = 1;
-    bool trace = false;          // one line per packet in and out on standard output
+    bool trace = false;  // one line per packet in and out on standard output
     BodyMode bodyMode = BodyMode::Compact;
 
     // The largest packet a client may send, announced in CONNACK. At most the largest whose remaining

@@ -107,7 +107,8 @@ bool Client::Publish(const std::string& topic, std::string_view payload, int qos
     }
     unsigned char reason = 0;
     if (qos == 1) {
-        return AwaitAck(kPuback, id, reason) && (reason < 0x80 || Fail("the broker refused the message: PUBACK " + ReasonText(reason)));
+        return AwaitAck(kPuback, id, reason) &&
+               (reason < 0x80 || Fail("the broker refused the message: PUBACK " + ReasonText(reason)));
     }
     if (qos == 2) {
         if (!AwaitAck(kPubrec, id, reason)) {
@@ -158,7 +159,8 @@ bool Client::PumpUntil(const std::function<bool()>& done)
     const auto deadline = std::chrono::steady_clock::now() + timeout_;
     std::vector<char> buffer(64 * 1024);
     while (!done()) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
         pollfd readable{fd_, POLLIN, 0};
         const int ready = poll(&readable, 1, listening_ ? -1 : static_cast<int>(std::max<long>(left.count(), 0)));
         if (ready < 0) {

@@ -4,6 +4,7 @@
 // bad options.
 #include "client/Client.h"
 
+#include <unistd.h>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -12,7 +13,6 @@
 #include <iterator>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -163,11 +163,14 @@ int main(int argc, char** argv)
     Options options;
     std::string error;
     if (!ParseOptions(argc, argv, options, error)) {
-        std::fputs(error.empty() ? kUsage : ("mqtt_client: " + error + " (see --help)\n").c_str(), error.empty() ? stdout : stderr);
+        std::fputs(error.empty() ? kUsage : ("mqtt_client: " + error + " (see --help)\n").c_str(),
+                   error.empty() ? stdout : stderr);
         return error.empty() ? 0 : 2;
     }
     // SIGINT ends listening: it interrupts the wait instead of the program.
-    struct sigaction onInterrupt{};
+    struct sigaction onInterrupt
+    {
+    };
     onInterrupt.sa_handler = [](int) { interrupted = 1; };
     sigaction(SIGINT, &onInterrupt, nullptr);
 

@@ -13,12 +13,16 @@ bool IsValidFirstByte(unsigned char first)
     const unsigned type = first >> 4;
     const unsigned flags = first & 0x0F;
     switch (type) {
-    case 0: return false;
-    case kPublish: return (flags & 0x06) != 0x06;
+    case 0:
+        return false;
+    case kPublish:
+        return (flags & 0x06) != 0x06;
     case kPubrel:
     case kSubscribe:
-    case kUnsubscribe: return flags == 2;
-    default: return flags == 0;
+    case kUnsubscribe:
+        return flags == 2;
+    default:
+        return flags == 0;
     }
 }
 

@@ -17,7 +17,12 @@ namespace host {
 class PacketBoundaries
 {
 public:
-    enum class Status { Open, Malformed, TooLarge };
+    enum class Status
+    {
+        Open,
+        Malformed,
+        TooLarge
+    };
 
     explicit PacketBoundaries(std::size_t maxPacketSize) : maxPacketSize_(maxPacketSize) {}
 
@@ -36,9 +41,9 @@ private:
     Status MeasureHeader();
 
     std::size_t maxPacketSize_;
-    std::string header_;         // the fixed header of the packet under way, as far as it came
+    std::string header_;  // the fixed header of the packet under way, as far as it came
     bool headerWhole_ = false;
-    std::size_t bodyLeft_ = 0;   // once the header is whole: bytes of the packet still to come
+    std::size_t bodyLeft_ = 0;  // once the header is whole: bytes of the packet still to come
     Status status_ = Status::Open;
 };
 
@@ -63,9 +68,23 @@ private:
 };
 
 // The packet types both hosts name.
-enum PacketType : unsigned char {
-    kConnect = 1, kConnack, kPublish, kPuback, kPubrec, kPubrel, kPubcomp, kSubscribe, kSuback,
-    kUnsubscribe, kUnsuback, kPingreq, kPingresp, kDisconnect, kAuth
+enum PacketType : unsigned char
+{
+    kConnect = 1,
+    kConnack,
+    kPublish,
+    kPuback,
+    kPubrec,
+    kPubrel,
+    kPubcomp,
+    kSubscribe,
+    kSuback,
+    kUnsubscribe,
+    kUnsuback,
+    kPingreq,
+    kPingresp,
+    kDisconnect,
+    kAuth
 };
 
 }  // namespace host

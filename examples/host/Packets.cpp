@@ -99,7 +99,7 @@ std::string ConnectPacket(const std::string& clientId, unsigned short keepAlive)
 {
     return Wrapped(kConnect, 0, 13 + clientId.size() + kBlockRoom, [&](char* body, int* length) {
         MQTTPROTOCOL_HDRCONNNECT header{};
-        header.byConnFlags = 0x02;  // clean start
+        header.byConnFlags = 0x02;             // clean start
         header.wKeepAlive = htons(keepAlive);  // the builder copies the record as it lies
         MQTTProtocol_Packet_REQConnect(body, length, &header, clientId.c_str(), nullptr, 0, nullptr, nullptr);
     });
@@ -119,8 +119,8 @@ std::string PublishPacket(const std::string& topic, std::string_view payload, in
     auto scratch = properties.Copy();
     const auto flags = static_cast<unsigned char>(qos << 1 | (retain ? 1 : 0));
     return Wrapped(kPublish, flags, 4 + topic.size() + kBlockRoom + payload.size(), [&](char* body, int* length) {
-        MQTTProtocol_Packet_REQPublish(body, length, topic.c_str(), payload.data(), static_cast<int>(payload.size()), id,
-                                       scratch.List(), scratch.Count());
+        MQTTProtocol_Packet_REQPublish(body, length, topic.c_str(), payload.data(), static_cast<int>(payload.size()),
+                                       id, scratch.List(), scratch.Count());
     });
 }
 
@@ -153,9 +153,8 @@ std::string UnsubscribePacket(unsigned short id, const std::string& filter)
 
 std::string SubscriptionAckPacket(unsigned char type, unsigned short id, unsigned char reason)
 {
-    return Wrapped(type, 0, 4, [&](char* body, int* length) {
-        MQTTProtocol_Packet_REPComm(body, length, id, reason, nullptr, 0);
-    });
+    return Wrapped(type, 0, 4,
+                   [&](char* body, int* length) { MQTTProtocol_Packet_REPComm(body, length, id, reason, nullptr, 0); });
 }
 
 std::string DisconnectPacket(unsigned char reason)

@@ -57,9 +57,9 @@ Frame SplitPacket(std::string_view packet);  // packet: whole, as PacketCutter h
 struct Connect
 {
     std::string clientId;
-    unsigned keepAlive = 0;            // seconds; 0: none
-    unsigned receiveMaximum = 65535;   // how many QoS 1 and 2 messages the client takes at once
-    unsigned maximumPacketSize = 0;    // 0: no limit
+    unsigned keepAlive = 0;           // seconds; 0: none
+    unsigned receiveMaximum = 65535;  // how many QoS 1 and 2 messages the client takes at once
+    unsigned maximumPacketSize = 0;   // 0: no limit
 };
 // Returns 0x00 when the CONNECT is accepted, otherwise the CONNACK reason code that refuses it:
 // malformed, a protocol error (a Receive Maximum or Maximum Packet Size of 0), not version 5, client
@@ -79,7 +79,7 @@ struct Publish
     bool retain = false;
     bool hasTopicAlias = false;
     std::optional<std::uint32_t> messageExpiry;  // seconds
-    PropertyList properties;  // as received, less Topic Alias and Message Expiry Interval
+    PropertyList properties;                     // as received, less Topic Alias and Message Expiry Interval
 };
 // False when the body is malformed, the QoS is 3, or a QoS 1 or 2 message has identifier 0.
 bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length, Publish& out);

@@ -24,20 +24,49 @@ std::uint32_t BigEndian(std::string_view bytes)
 }
 
 // How a value of each standard type lies on the wire.
-enum class Shape { Fixed1, Fixed2, Fixed4, VariableInteger, Prefixed, PrefixedPair };
+enum class Shape
+{
+    Fixed1,
+    Fixed2,
+    Fixed4,
+    VariableInteger,
+    Prefixed,
+    PrefixedPair
+};
 
 std::optional<Shape> ShapeOf(unsigned char id)
 {
     switch (id) {
-    case 0x01: case 0x17: case 0x19: case 0x24: case 0x25: case 0x28: case 0x29: case 0x2A:
+    case 0x01:
+    case 0x17:
+    case 0x19:
+    case 0x24:
+    case 0x25:
+    case 0x28:
+    case 0x29:
+    case 0x2A:
         return Shape::Fixed1;
-    case 0x13: case 0x21: case 0x22: case 0x23:
+    case 0x13:
+    case 0x21:
+    case 0x22:
+    case 0x23:
         return Shape::Fixed2;
-    case 0x02: case 0x11: case 0x18: case 0x27:
+    case 0x02:
+    case 0x11:
+    case 0x18:
+    case 0x27:
         return Shape::Fixed4;
     case 0x0B:
         return Shape::VariableInteger;
-    case 0x03: case 0x08: case 0x09: case 0x12: case 0x15: case 0x16: case 0x1A: case 0x1C: case 0x1F:
+    case 0x03:
+    case 0x08:
+    case 0x09:
+    case 0x12:
+    case 0x15:
+    case 0x16:
+    case 0x1A:
+    case 0x1C:
+    case 0x1F:
         return Shape::Prefixed;
     case 0x26:
         return Shape::PrefixedPair;
@@ -51,9 +80,15 @@ std::optional<std::size_t> ValueLength(Shape shape, std::string_view bytes)
 {
     std::size_t length = 0;
     switch (shape) {
-    case Shape::Fixed1: length = 1; break;
-    case Shape::Fixed2: length = 2; break;
-    case Shape::Fixed4: length = 4; break;
+    case Shape::Fixed1:
+        length = 1;
+        break;
+    case Shape::Fixed2:
+        length = 2;
+        break;
+    case Shape::Fixed4:
+        length = 4;
+        break;
     case Shape::VariableInteger:
         while (length < bytes.size() && length < 3 && (static_cast<unsigned char>(bytes[length]) & 0x80)) {
             length++;
@@ -122,10 +157,14 @@ bool PropertyList::AddString(unsigned char id, std::string_view text)
 bool PropertyList::AddWireValue(unsigned char id, std::string_view value)
 {
     switch (value.size()) {
-    case 1: return AddByte(id, static_cast<unsigned char>(value[0]));
-    case 2: return AddU16(id, static_cast<unsigned short>(BigEndian(value)));
-    case 4: return AddU32(id, BigEndian(value));
-    default: break;
+    case 1:
+        return AddByte(id, static_cast<unsigned char>(value[0]));
+    case 2:
+        return AddU16(id, static_cast<unsigned short>(BigEndian(value)));
+    case 4:
+        return AddU32(id, BigEndian(value));
+    default:
+        break;
     }
     if (value.size() > sizeof(MQTTPROTOCOL_HDRPROPERTY::tszValue)) {
         return false;

@@ -21,9 +21,16 @@ namespace host {
 constexpr int kMaxPropertyBlock = 127;
 
 // Property identifiers the hosts act on.
-enum PropertyId : unsigned char {
-    kMessageExpiryInterval = 0x02, kAssignedClientId = 0x12, kAuthenticationMethod = 0x15, kReasonString = 0x1F,
-    kReceiveMaximum = 0x21, kTopicAlias = 0x23, kMaximumPacketSize = 0x27, kSubscriptionIdsAvailable = 0x29,
+enum PropertyId : unsigned char
+{
+    kMessageExpiryInterval = 0x02,
+    kAssignedClientId = 0x12,
+    kAuthenticationMethod = 0x15,
+    kReasonString = 0x1F,
+    kReceiveMaximum = 0x21,
+    kTopicAlias = 0x23,
+    kMaximumPacketSize = 0x27,
+    kSubscriptionIdsAvailable = 0x29,
     kSharedSubscriptionAvailable = 0x2A
 };
 

@@ -5,7 +5,8 @@
 
 namespace host {
 
-enum Reason : unsigned char {
+enum Reason : unsigned char
+{
     kSuccess = 0x00,  // also: normal disconnection, granted QoS 0
     kGrantedQos1 = 0x01,
     kGrantedQos2 = 0x02,

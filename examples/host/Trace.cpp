@@ -10,37 +10,60 @@ namespace host {
 const char* PacketTypeName(unsigned char type)
 {
     static constexpr std::array<const char*, 16> kNames = {
-        "RESERVED", "CONNECT", "CONNACK", "PUBLISH", "PUBACK", "PUBREC", "PUBREL", "PUBCOMP",
-        "SUBSCRIBE", "SUBACK", "UNSUBSCRIBE", "UNSUBACK", "PINGREQ", "PINGRESP", "DISCONNECT", "AUTH"};
+        "RESERVED",  "CONNECT", "CONNACK",     "PUBLISH",  "PUBACK",  "PUBREC",   "PUBREL",     "PUBCOMP",
+        "SUBSCRIBE", "SUBACK",  "UNSUBSCRIBE", "UNSUBACK", "PINGREQ", "PINGRESP", "DISCONNECT", "AUTH"};
     return kNames[type & 0x0F];
 }
 
 const char* ReasonName(unsigned char reason)
 {
     switch (reason) {
-    case kSuccess: return "success";
-    case kGrantedQos1: return "granted QoS 1";
-    case kGrantedQos2: return "granted QoS 2";
-    case kNoMatchingSubscribers: return "no matching subscribers";
-    case kNoSubscriptionExisted: return "no subscription existed";
-    case kUnspecifiedError: return "unspecified error";
-    case kMalformedPacket: return "malformed packet";
-    case kProtocolError: return "protocol error";
-    case kImplementationSpecificError: return "implementation specific error";
-    case kUnsupportedProtocolVersion: return "unsupported protocol version";
-    case kClientIdNotValid: return "client identifier not valid";
-    case kServerBusy: return "server busy";
-    case kBadAuthenticationMethod: return "bad authentication method";
-    case kKeepAliveTimeout: return "keep alive timeout";
-    case kSessionTakenOver: return "session taken over";
-    case kTopicFilterInvalid: return "topic filter invalid";
-    case kTopicNameInvalid: return "topic name invalid";
-    case kPacketIdNotFound: return "packet identifier not found";
-    case kTopicAliasInvalid: return "topic alias invalid";
-    case kPacketTooLarge: return "packet too large";
-    case kQuotaExceeded: return "quota exceeded";
-    case kSharedSubscriptionsNotSupported: return "shared subscriptions not supported";
-    default: return "reason";
+    case kSuccess:
+        return "success";
+    case kGrantedQos1:
+        return "granted QoS 1";
+    case kGrantedQos2:
+        return "granted QoS 2";
+    case kNoMatchingSubscribers:
+        return "no matching subscribers";
+    case kNoSubscriptionExisted:
+        return "no subscription existed";
+    case kUnspecifiedError:
+        return "unspecified error";
+    case kMalformedPacket:
+        return "malformed packet";
+    case kProtocolError:
+        return "protocol error";
+    case kImplementationSpecificError:
+        return "implementation specific error";
+    case kUnsupportedProtocolVersion:
+        return "unsupported protocol version";
+    case kClientIdNotValid:
+        return "client identifier not valid";
+    case kServerBusy:
+        return "server busy";
+    case kBadAuthenticationMethod:
+        return "bad authentication method";
+    case kKeepAliveTimeout:
+        return "keep alive timeout";
+    case kSessionTakenOver:
+        return "session taken over";
+    case kTopicFilterInvalid:
+        return "topic filter invalid";
+    case kTopicNameInvalid:
+        return "topic name invalid";
+    case kPacketIdNotFound:
+        return "packet identifier not found";
+    case kTopicAliasInvalid:
+        return "topic alias invalid";
+    case kPacketTooLarge:
+        return "packet too large";
+    case kQuotaExceeded:
+        return "quota exceeded";
+    case kSharedSubscriptionsNotSupported:
+        return "shared subscriptions not supported";
+    default:
+        return "reason";
     }
 }
 

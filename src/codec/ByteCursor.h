@@ -39,7 +39,6 @@ public:
 
     void PutU8(uint8_t value) { m_Buffer[m_Position++] = static_cast<char>(value); }
     void PutU16(uint16_t hostValue) { PutRaw16(NetworkOrder16(hostValue)); }
-    void PutU32(uint32_t hostValue) { PutRaw32(NetworkOrder32(hostValue)); }
     // Values already in network order, written as they lie in memory.
     void PutRaw16(uint16_t value) { PutBytes(&value, sizeof(value)); }
     void PutRaw32(uint32_t value) { PutBytes(&value, sizeof(value)); }
@@ -62,7 +61,6 @@ public:
     char* Here() const { return m_Buffer + m_Position; }
     int Position() const { return m_Position; }
     void Seek(int position) { m_Position = position; }
-    void Skip(int count) { m_Position += count; }
 
 private:
     char* m_Buffer;

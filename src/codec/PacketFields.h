@@ -69,8 +69,7 @@ inline void PutPropertyBlock(CMQTTProtocol_Packet& packet, ByteWriter& writer,
 
 // Reads a property block's one length byte; only a non-zero block is decoded (so the list and count
 // outs of an empty block stay as the caller set them), and the reader moves behind the block.
-inline void GetPropertyBlock(ByteReader& reader, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                             int* pInt_PropertyCount)
+inline void GetPropertyBlock(ByteReader& reader, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
 {
     const int blockLen = reader.GetU8();
     if (blockLen != 0) {
@@ -115,9 +114,8 @@ inline void PutFilterRequest(CMQTTProtocol_Packet& packet, ByteWriter& writer, u
     PutPrefixedString(writer, lpszTopicFilter);
 }
 
-inline void GetFilterRequest(ByteReader& reader, unsigned short* pwMsgID,
-                             char* ptszTopicFilter, MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                             int* pInt_PropertyCount)
+inline void GetFilterRequest(ByteReader& reader, unsigned short* pwMsgID, char* ptszTopicFilter,
+                             MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
 {
     *pwMsgID = reader.GetU16();
     GetPropertyBlock(reader, pppSt_Property, pInt_PropertyCount);

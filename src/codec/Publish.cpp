@@ -32,8 +32,8 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQPublish(char* ptszMsgBuffer, i
     });
 }
 
-bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen,
-                                                          unsigned short wMsgID, unsigned char byReasonCode,
+bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
+                                                          unsigned char byReasonCode,
                                                           MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                           int nPropertyCount)
 {
@@ -48,9 +48,8 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPPublish(char* ptszMsgBuffer, i
 }
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, int nMsgLen,
-                                                     MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
-                                                     char* ptszTopicName, unsigned short* pwMsgID,
-                                                     char* ptszPayload, int* pInt_PayloadLen,
+                                                     MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader, char* ptszTopicName,
+                                                     unsigned short* pwMsgID, char* ptszPayload, int* pInt_PayloadLen,
                                                      MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                      int* pInt_PropertyCount)
 {
@@ -69,8 +68,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Publish(const char* lpszMsgBuffer, 
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Puback(const char* lpszMsgBuffer, int nMsgLen,
                                                     unsigned char* pbyReasonCode, unsigned short* pwMsgID,
-                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                                                    int* pInt_PropertyCount)
+                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
 {
     return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         *pwMsgID = reader.GetU16();

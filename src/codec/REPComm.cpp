@@ -5,8 +5,7 @@
 
 bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
                                                        unsigned char byReasonCode,
-                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                                                       int nPropertyCount)
+                                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount)
 {
     return mqttprotocol::BuildBody(ptszMsgBuffer, pInt_MsgLen, [&](auto& writer) {
         mqttprotocol::PutIdentifierIfSet(writer, wMsgID);

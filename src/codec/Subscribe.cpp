@@ -16,9 +16,8 @@ bool CMQTTProtocol_Packet::MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer,
     });
 }
 
-bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen,
-                                                       unsigned short* pwMsgID, char* ptszTopicFilter,
-                                                       MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
+bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer, int nMsgLen, unsigned short* pwMsgID,
+                                                       char* ptszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                                        MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
                                                        int* pInt_PropertyCount)
 {
@@ -30,8 +29,7 @@ bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Subscribe(const char* lpszMsgBuffer
 
 bool CMQTTProtocol_Parse::MQTTProtocol_Parse_Suback(const char* lpszMsgBuffer, int nMsgLen,
                                                     unsigned char* pbyReasonCode, unsigned short* pwMsgID,
-                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property,
-                                                    int* pInt_PropertyCount)
+                                                    MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int* pInt_PropertyCount)
 {
     return mqttprotocol::DecodeBody(lpszMsgBuffer, nMsgLen, [&](auto& reader) {
         *pwMsgID = reader.GetU16();

@@ -12,10 +12,7 @@ namespace mqttprotocol {
 // The globals are shared by all threads without a lock, as hosts expect to read them directly.
 // Relaxed atomic accesses keep the plain bool and uint64_t layout hosts see while making concurrent
 // calls well-defined for the library itself.
-inline void ClearError()
-{
-    std::atomic_ref<bool>(MQTTProtocol_IsErrorOccur).store(false, std::memory_order_relaxed);
-}
+inline void ClearError() { std::atomic_ref<bool>(MQTTProtocol_IsErrorOccur).store(false, std::memory_order_relaxed); }
 
 inline bool Fail(uint64_t code)
 {

@@ -91,8 +91,8 @@ bool MQTTProtocol_Packet_REQSubscribe(char* ptszMsgBuffer, int* pInt_MsgLen, uns
                                       const char* lpszTopicFilter, MQTTPROTOCOL_HDRSUBSCRIBE* pSt_SubOption,
                                       MQTTPROTOCOL_HDRPROPERTY*** pppSt_Property, int nPropertyCount)
 {
-    return m_Packet.MQTTProtocol_Packet_REQSubscribe(ptszMsgBuffer, pInt_MsgLen, wMsgID, lpszTopicFilter,
-                                                     pSt_SubOption, pppSt_Property, nPropertyCount);
+    return m_Packet.MQTTProtocol_Packet_REQSubscribe(ptszMsgBuffer, pInt_MsgLen, wMsgID, lpszTopicFilter, pSt_SubOption,
+                                                     pppSt_Property, nPropertyCount);
 }
 
 bool MQTTProtocol_Packet_REPComm(char* ptszMsgBuffer, int* pInt_MsgLen, unsigned short wMsgID,
@@ -156,8 +156,8 @@ bool MQTTProtocol_Parse_Send(const char* lpszClientAddr, const char* lpszMsgBuff
     return m_Parse.MQTTProtocol_Parse_Send(lpszClientAddr, lpszMsgBuffer, nMsgLen);
 }
 
-bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader, char** pptszMsgBuffer,
-                             int* pInt_MsgLen)
+bool MQTTProtocol_Parse_Recv(const char* lpszClientAddr, MQTTPROTOCOL_FIXEDHEADER* pSt_FixedHeader,
+                             char** pptszMsgBuffer, int* pInt_MsgLen)
 {
     return m_Parse.MQTTProtocol_Parse_Recv(lpszClientAddr, pSt_FixedHeader, pptszMsgBuffer, pInt_MsgLen);
 }

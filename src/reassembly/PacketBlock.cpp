@@ -3,10 +3,10 @@
 #include "frame/BodyMode.h"
 #include "frame/ErrorState.h"
 
+#include <malloc.h>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <malloc.h>
 #include <mutex>
 
 namespace mqttprotocol {

@@ -5,10 +5,7 @@
 namespace {
 
 // A pool call's result as the library reports it: a refusal carries the pool's own code, unchanged.
-bool PoolResult(bool succeeded)
-{
-    return succeeded || mqttprotocol::Fail(Hopper_GetLastError(nullptr));
-}
+bool PoolResult(bool succeeded) { return succeeded || mqttprotocol::Fail(Hopper_GetLastError(nullptr)); }
 
 }  // namespace
 

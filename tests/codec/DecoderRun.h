@@ -47,25 +47,32 @@ inline bool Dispatch(int decoder, uint8_t publishFlags, const char* body, int le
                      MQTTPROTOCOL_HDRPROPERTY*** list)
 {
     switch (decoder % kDecoderCount) {
-    case 0: return MQTTProtocol_Parse_Connect(body, length, &out.connect, &out.user, list, &out.propertyCount);
-    case 1: return MQTTProtocol_Parse_Connack(body, length, &out.reasonCode, list, &out.propertyCount);
+    case 0:
+        return MQTTProtocol_Parse_Connect(body, length, &out.connect, &out.user, list, &out.propertyCount);
+    case 1:
+        return MQTTProtocol_Parse_Connack(body, length, &out.reasonCode, list, &out.propertyCount);
     case 2: {
         MQTTPROTOCOL_FIXEDHEADER header{};
         header.byMsgType = 3;
         header.byMsgFlag = publishFlags & 0x0F;
-        return MQTTProtocol_Parse_Publish(body, length, &header, out.topic.data(), &out.identifier,
-                                          out.payload.data(), &out.payloadLen, list, &out.propertyCount);
+        return MQTTProtocol_Parse_Publish(body, length, &header, out.topic.data(), &out.identifier, out.payload.data(),
+                                          &out.payloadLen, list, &out.propertyCount);
     }
-    case 3: return MQTTProtocol_Parse_Puback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
+    case 3:
+        return MQTTProtocol_Parse_Puback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
     case 4:
         return MQTTProtocol_Parse_Subscribe(body, length, &out.identifier, out.topic.data(), &out.options, list,
                                             &out.propertyCount);
-    case 5: return MQTTProtocol_Parse_Suback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
+    case 5:
+        return MQTTProtocol_Parse_Suback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
     case 6:
         return MQTTProtocol_Parse_UNSubcribe(body, length, &out.identifier, out.topic.data(), list, &out.propertyCount);
-    case 7: return MQTTProtocol_Parse_UNSuback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
-    case 8: return MQTTProtocol_Parse_Disconnect(body, length, &out.reasonCode, list, &out.propertyCount);
-    default: return m_Parse.MQTTProtocol_Parse_Property(body, length, list, &out.propertyCount);
+    case 7:
+        return MQTTProtocol_Parse_UNSuback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
+    case 8:
+        return MQTTProtocol_Parse_Disconnect(body, length, &out.reasonCode, list, &out.propertyCount);
+    default:
+        return m_Parse.MQTTProtocol_Parse_Property(body, length, list, &out.propertyCount);
     }
 }
 
@@ -73,7 +80,8 @@ inline bool Dispatch(int decoder, uint8_t publishFlags, const char* body, int le
 inline Run Decode(int decoder, uint8_t publishFlags, const char* body, int length)
 {
     Run out;
-    const bool copiesTopic = decoder % kDecoderCount == 2 || decoder % kDecoderCount == 4 || decoder % kDecoderCount == 6;
+    const bool copiesTopic =
+        decoder % kDecoderCount == 2 || decoder % kDecoderCount == 4 || decoder % kDecoderCount == 6;
     out.topic.resize(copiesTopic ? kTopicCapacity : 0);
     out.payload.resize(length > 0 ? static_cast<size_t>(length) : 0);
     MQTTPROTOCOL_HDRPROPERTY** list = nullptr;

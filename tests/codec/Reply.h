@@ -12,9 +12,8 @@ using ReplyDecoder = bool (*)(const char*, int, unsigned char*, unsigned short*,
 // Builds a reply and returns its body.
 inline Bytes BuiltReply(ReplyBuilder build, uint16_t packetID, uint8_t reasonCode, PropertyList properties, int count)
 {
-    return Built([&](char* out, int* length) {
-        return build(out, length, packetID, reasonCode, properties.Get(), count);
-    });
+    return Built(
+        [&](char* out, int* length) { return build(out, length, packetID, reasonCode, properties.Get(), count); });
 }
 
 // Decodes bodyLen bytes of a received body and checks what comes out.
@@ -39,8 +38,8 @@ inline Bytes BuiltFilterRequest(uint16_t packetID, const char* filter, MQTTPROTO
     return Built([&](char* out, int* length) {
         return options != nullptr ? MQTTProtocol_Packet_REQSubscribe(out, length, packetID, filter, options,
                                                                      properties.Get(), properties.Count())
-                                  : MQTTProtocol_Packet_REQUNSubscribe(out, length, packetID, filter,
-                                                                       properties.Get(), properties.Count());
+                                  : MQTTProtocol_Packet_REQUNSubscribe(out, length, packetID, filter, properties.Get(),
+                                                                       properties.Count());
     });
 }
 

@@ -30,8 +30,8 @@ TEST(Subscribe, BuildsAndDecodesGoldenBodies)
         char topicFilter[16] = {};
         MQTTPROTOCOL_HDRSUBSCRIBE decodedOptions{};
         DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Subscribe(body.Data(), static_cast<int>(received.size()), &packetID,
-                                                 topicFilter, &decodedOptions, &decoded.list, &decoded.count));
+        ASSERT_TRUE(MQTTProtocol_Parse_Subscribe(body.Data(), static_cast<int>(received.size()), &packetID, topicFilter,
+                                                 &decodedOptions, &decoded.list, &decoded.count));
         EXPECT_EQ(packetID, row.packetID);
         EXPECT_STREQ(topicFilter, row.topicFilter);
         EXPECT_EQ(std::memcmp(&decodedOptions, &row.options, 1), 0);

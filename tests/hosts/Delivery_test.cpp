@@ -13,10 +13,7 @@ std::shared_ptr<const Message> Made(const char* topic, const char* payload, std:
     return std::make_shared<const Message>(topic, payload, 1, true, host::PropertyList(), expiry);
 }
 
-Outgoing At(int qos)
-{
-    return Outgoing{Made("t", ""), qos, false, 0};
-}
+Outgoing At(int qos) { return Outgoing{Made("t", ""), qos, false, 0}; }
 
 TEST(OutboundFlow, IdentifiersSkipZeroAndThoseStillInFlight)
 {

@@ -27,10 +27,7 @@ void Report(int client, const std::string& problem)
 }
 
 // Client i listens on load/i at QoS 1 for odd i, 2 for even i; messages to it go at that QoS too.
-int QosOf(int client)
-{
-    return client % 2 == 0 ? 2 : 1;
-}
+int QosOf(int client) { return client % 2 == 0 ? 2 : 1; }
 
 void RunClient(int self, int clients, int messages, unsigned short port, std::barrier<>& subscribed)
 {

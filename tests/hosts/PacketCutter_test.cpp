@@ -39,7 +39,8 @@ TEST(PacketBoundaries, EveryCuttingOfAStreamGivesTheSameBoundariesAndPackets)
             for (const std::size_t end : pieceEnds) {
                 ends.push_back(start + end);
             }
-            const bool allWhole = std::find(packetEnds.begin(), packetEnds.end(), start + piece.size()) != packetEnds.end();
+            const bool allWhole =
+                std::find(packetEnds.begin(), packetEnds.end(), start + piece.size()) != packetEnds.end();
             EXPECT_EQ(boundaries.AtBoundary(), allWhole) << "step " << step << " after byte " << start + piece.size();
             std::vector<std::string_view> cut;
             ASSERT_EQ(cutter.Cut(piece, cut), Status::Open);

@@ -1,5 +1,5 @@
-#include "host/PacketCutter.h"
 #include "host/Packets.h"
+#include "host/PacketCutter.h"
 
 #include <gtest/gtest.h>
 
@@ -38,8 +38,12 @@ TEST(Packets, PublishRoundTripsWithPropertiesAndRefusesBadBodies)
 {
     // Python paho's order: a User Property first, then Message Expiry Interval and a Topic Alias.
     const std::string userProperty("\x26\x00\x01k\x00\x02vv", 8);
-    const std::string body = std::string("\x00\x03" "a/b" "\x00\x09\x10", 8) + userProperty +
-                             std::string("\x02\x00\x00\x0E\x10\x23\x00\x01", 8) + "payload";
+    const std::string body = std::string(
+                                 "\x00\x03"
+                                 "a/b"
+                                 "\x00\x09\x10",
+                                 8) +
+                             userProperty + std::string("\x02\x00\x00\x0E\x10\x23\x00\x01", 8) + "payload";
     const Frame frame = Received(0x35, body);
     Publish publish;
     ASSERT_TRUE(DecodePublish(frame.header, frame.body.data(), frame.length, publish));
@@ -49,12 +53,16 @@ TEST(Packets, PublishRoundTripsWithPropertiesAndRefusesBadBodies)
     EXPECT_EQ(publish.messageExpiry, 3600U);
     EXPECT_TRUE(publish.hasTopicAlias);
     const std::string forwarded = PublishPacket("a/b", "payload", 2, 9, true, publish.properties);
-    EXPECT_EQ(forwarded.substr(2), std::string("\x00\x03" "a/b" "\x00\x09\x08", 8) + userProperty + "payload")
+    EXPECT_EQ(forwarded.substr(2), std::string("\x00\x03"
+                                               "a/b"
+                                               "\x00\x09\x08",
+                                               8) +
+                                       userProperty + "payload")
         << "the User Property goes on, the alias and the expiry do not";
 
     const std::string refused[] = {
-        std::string("\x00\x05t", 3),            // topic runs past the body
-        std::string("\x00\x01t\x00\x00\x00", 6),  // QoS 1 with identifier 0
+        std::string("\x00\x05t", 3),                                             // topic runs past the body
+        std::string("\x00\x01t\x00\x00\x00", 6),                                 // QoS 1 with identifier 0
         std::string("\x00\x01t\x00\x01\x80\x01", 7) + std::string(128, '\x26'),  // a block of 128 bytes
     };
     for (const auto& body : refused) {
@@ -84,8 +92,8 @@ TEST(Packets, PropertyBlocksStayBelow128Bytes)
 {
     PropertyList properties;
     EXPECT_TRUE(properties.AddString(0x1F, std::string(121, 'r')));  // 1 + 2 + 121 bytes
-    EXPECT_TRUE(properties.AddU16(kReceiveMaximum, 1));             // 127
-    EXPECT_FALSE(properties.AddByte(kSubscriptionIdsAvailable, 0)); // would be 129
+    EXPECT_TRUE(properties.AddU16(kReceiveMaximum, 1));              // 127
+    EXPECT_FALSE(properties.AddByte(kSubscriptionIdsAvailable, 0));  // would be 129
     EXPECT_EQ(properties.BlockSize(), 127);
 }
 
@@ -116,7 +124,13 @@ TEST(Packets, SubackIsReadWhereItsFieldsAre)
 TEST(Packets, SubscribeCountsItsFiltersAndReadsTheFirst)
 {
     // mosquitto_sub -t a -t b/c: two filters in one SUBSCRIBE.
-    const std::string body("\x00\x07\x00\x00\x01" "a" "\x01\x00\x03" "b/c" "\x02", 13);
+    const std::string body(
+        "\x00\x07\x00\x00\x01"
+        "a"
+        "\x01\x00\x03"
+        "b/c"
+        "\x02",
+        13);
     Subscription subscription;
     ASSERT_TRUE(DecodeSubscribe(body.data(), static_cast<int>(body.size()), subscription));
     EXPECT_EQ(subscription.id, 7);

@@ -8,14 +8,18 @@ using namespace broker;
 
 TEST(Topics, WildcardsMatchWholeLevels)
 {
-    struct Case { const char* filter; const char* topic; bool matches; };
+    struct Case
+    {
+        const char* filter;
+        const char* topic;
+        bool matches;
+    };
     const Case cases[] = {
-        {"a/b", "a/b", true},       {"a/b", "a/b/c", false},   {"a/b", "a/bc", false},
-        {"a/+", "a/b", true},       {"a/+", "a/b/c", false},   {"a/+", "a", false},
-        {"a/+", "a/", true},        {"+/b", "a/b", true},      {"+/+", "/b", true},
-        {"a/#", "a", true},         {"a/#", "a/b/c", true},    {"a/#", "ab", false},
-        {"#", "a/b", true},         {"#", "$SYS/x", false},    {"+/x", "$SYS/x", false},
-        {"$SYS/#", "$SYS/x", true}, {"a/+/c/#", "a/b/c", true}, {"a/+/c/#", "a/b/d", false},
+        {"a/b", "a/b", true},       {"a/b", "a/b/c", false},     {"a/b", "a/bc", false},   {"a/+", "a/b", true},
+        {"a/+", "a/b/c", false},    {"a/+", "a", false},         {"a/+", "a/", true},      {"+/b", "a/b", true},
+        {"+/+", "/b", true},        {"a/#", "a", true},          {"a/#", "a/b/c", true},   {"a/#", "ab", false},
+        {"#", "a/b", true},         {"#", "$SYS/x", false},      {"+/x", "$SYS/x", false}, {"$SYS/#", "$SYS/x", true},
+        {"a/+/c/#", "a/b/c", true}, {"a/+/c/#", "a/b/d", false},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(TopicMatches(c.filter, c.topic), c.matches) << c.filter << " on " << c.topic;

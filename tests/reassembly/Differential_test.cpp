@@ -6,7 +6,6 @@
 #include "reassembly/ReferenceFraming.h"
 
 #include <memory>
-#include <random>
 #include <vector>
 
 namespace {
@@ -89,10 +88,10 @@ private:
 // Random streams: every packet type, PINGREQs, two- and three-byte packets, bad SUBSCRIBE and
 // UNSUBSCRIBE flags, malformed, longer-than-needed and five-byte lengths, lengths no block holds,
 // garbage; and random cuttings of them, empty pieces included.
-class StreamMaker
+class StreamMaker : public mqtttest::SeededRandom
 {
 public:
-    explicit StreamMaker(uint32_t seed) : m_Random(seed) {}
+    using SeededRandom::SeededRandom;
 
     Bytes Stream()
     {
@@ -107,34 +106,19 @@ public:
     std::vector<Bytes> Cut(const Bytes& stream)
     {
         std::vector<Bytes> pieces;
-        size_t at = 0;
-        while (at < stream.size()) {
-            const size_t left = stream.size() - at;
-            const size_t size = std::min(left, PieceSize(left));
+        for (size_t at = 0, size = 0; at < stream.size(); at += size) {
+            size = std::min(stream.size() - at, PieceSize(stream.size() - at));
             pieces.emplace_back(stream.begin() + static_cast<long>(at), stream.begin() + static_cast<long>(at + size));
-            at += size;
         }
         return pieces;
     }
-
-    int Between(int low, int high) { return std::uniform_int_distribution<int>(low, high)(m_Random); }
-    bool Chance(int percent) { return Between(1, 100) <= percent; }
 
 private:
     size_t PieceSize(size_t left)
     {
         const int pick = Between(1, 100);
         if (pick <= 5) return 0;
-        if (pick <= 45) return static_cast<size_t>(Between(1, 5));
-        if (pick <= 75) return static_cast<size_t>(Between(1, 40));
-        return static_cast<size_t>(Between(1, static_cast<int>(left)));
-    }
-
-    Bytes Body(int size)
-    {
-        Bytes body(static_cast<size_t>(size));
-        for (auto& byte : body) byte = static_cast<uint8_t>(m_Random());
-        return body;
+        return static_cast<size_t>(Between(1, pick <= 45 ? 5 : pick <= 75 ? 40 : static_cast<int>(left)));
     }
 
     int BodySize()
@@ -147,8 +131,6 @@ private:
         return Between(2097150, 2097153);
     }
 
-    uint8_t SubscribeWithAnyFlags() { return static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)); }
-    uint8_t AnyFirstByte() { return static_cast<uint8_t>(Between(0, 255)); }
     uint8_t FirstByte()
     {
         const int type = Between(1, 15);
@@ -159,21 +141,23 @@ private:
     Bytes Packet()
     {
         const int pick = Between(1, 100);
+        const auto anyByte = [this] { return static_cast<uint8_t>(Between(0, 255)); };
         if (pick <= 12) return {static_cast<uint8_t>(0xC0 | (Chance(80) ? 0 : Between(1, 15))), 0x00};
         if (pick <= 20) return {FirstByte(), 0x00};
-        if (pick <= 28) return {FirstByte(), 0x01, static_cast<uint8_t>(Between(0, 255))};
+        if (pick <= 28) return {FirstByte(), 0x01, anyByte()};
         if (pick <= 33) return LongerLength();
-        if (pick <= 37) return Wire(SubscribeWithAnyFlags(), Body(Between(0, 30)));
-        if (pick <= 41) return Bytes{AnyFirstByte(), 0x80, 0x80, 0x80, 0x80, static_cast<uint8_t>(Between(0, 255))};
+        if (pick <= 37)
+            return Wire(static_cast<uint8_t>((Chance(50) ? 0x80 : 0xA0) | Between(0, 15)), Some(Between(0, 30)));
+        if (pick <= 41) return Bytes{anyByte(), 0x80, 0x80, 0x80, 0x80, anyByte()};
         if (pick <= 44) return TooLong();
-        if (pick <= 49) return Body(Between(1, 6));
-        return Wire(FirstByte(), Body(BodySize()));
+        if (pick <= 49) return Some(Between(1, 6));
+        return Wire(FirstByte(), Some(BodySize()));
     }
 
     // The same value with a continuation byte more than it needs.
     Bytes LongerLength()
     {
-        const Bytes body = Body(Between(0, 20));
+        const Bytes body = Some(Between(0, 20));
         Bytes wire = Wire(FirstByte(), body);
         wire[1] |= 0x80;
         wire.insert(wire.begin() + 2, 0x00);
@@ -183,17 +167,11 @@ private:
     // A header whose remaining length no block can hold, and a few bytes of body.
     Bytes TooLong()
     {
-        const int length = Between(MQTTPROTOCOL_PACKET_BLOCK_SIZE + 1, 268435455);
         Bytes wire{FirstByte()};
-        for (int value = length; value > 0; value /= 128) {
-            wire.push_back(static_cast<uint8_t>(value % 128 | (value >= 128 ? 0x80 : 0)));
-        }
-        const Bytes some = Body(Between(0, 8));
-        wire.insert(wire.end(), some.begin(), some.end());
-        return wire;
+        mqtttest::AppendRemainingLength(wire,
+                                        static_cast<size_t>(Between(MQTTPROTOCOL_PACKET_BLOCK_SIZE + 1, 268435455)));
+        return mqtttest::Concat({wire, Some(Between(0, 8))});
     }
-
-    std::mt19937 m_Random;
 };
 
 // Both body modes give the same observables; only the size of the delivered blocks differs.
@@ -253,17 +231,17 @@ const NamedStream kNamedStreams[] = {
     {"three PINGREQs", {0xC0, 0x00, 0xC0, 0x00, 0xC0, 0x00}},
     {"DISCONNECT then PINGREQ", {0xE0, 0x00, 0xC0, 0x00}},
     {"PUBLISH, SUBSCRIBE, UNSUBSCRIBE",
-     mqtttest::Concat({Wire(0x32, mqtttest::Counting(20)), Wire(0x82, mqtttest::Counting(10)),
-                       Wire(0xA2, mqtttest::Counting(6))})},
+     mqtttest::Concat(
+         {Wire(0x32, mqtttest::Counting(20)), Wire(0x82, mqtttest::Counting(10)), Wire(0xA2, mqtttest::Counting(6))})},
     {"a bad SUBSCRIBE between two PUBLISHes",
-     mqtttest::Concat({Wire(0x30, mqtttest::Counting(5)), Wire(0x80, mqtttest::Counting(4)),
-                       Wire(0x30, mqtttest::Counting(3))})},
-    {"a five-byte length", mqtttest::Concat({{0x30, 0x80, 0x80, 0x80, 0x80, 0x01}, {0xC0, 0x00},
-                                             Wire(0x30, mqtttest::Counting(3))})},
+     mqtttest::Concat(
+         {Wire(0x30, mqtttest::Counting(5)), Wire(0x80, mqtttest::Counting(4)), Wire(0x30, mqtttest::Counting(3))})},
+    {"a five-byte length",
+     mqtttest::Concat({{0x30, 0x80, 0x80, 0x80, 0x80, 0x01}, {0xC0, 0x00}, Wire(0x30, mqtttest::Counting(3))})},
     {"lengths longer than needed", {0x30, 0x83, 0x00, 1, 2, 3, 0x40, 0x80, 0x80, 0x00, 0xE0, 0x00, 0xC0, 0x00}},
     {"two- and three-byte packets", {0xE0, 0x00, 0x40, 0x01, 0x07, 0xC0, 0x00, 0x62, 0x01, 0x05, 0xE0, 0x00}},
-    {"a length no block holds", mqtttest::Concat({Wire(0x30, mqtttest::Counting(2)), {0x30, 0x81, 0x80, 0x80, 0x05},
-                                                  mqtttest::Counting(6)})},
+    {"a length no block holds",
+     mqtttest::Concat({Wire(0x30, mqtttest::Counting(2)), {0x30, 0x81, 0x80, 0x80, 0x05}, mqtttest::Counting(6)})},
     {"the start of a packet with a four-byte length",
      mqtttest::Concat({{0xC0, 0x00, 0x30, 0x80, 0x80, 0x80, 0x01}, mqtttest::Counting(20)})},
     {"bodies of 127 and 128 bytes",

@@ -1,7 +1,7 @@
 // The receive framing as hosts meet it: the pieces given to Send, what the last call returns and
-// leaves in the error state, then what Recv hands out, oldest first, and why it stops. Random streams
-// and their cuttings are compared with the reference model in Differential_test; these are the cases
-// worth naming.
+// leaves in the error state, then what Recv hands out, oldest first, and why it stops: the cases the
+// departures name. Random streams and their cuttings are compared with the reference model in
+// Differential_test.
 #include "reassembly/ReceiveSupport.h"
 
 namespace {
@@ -31,13 +31,6 @@ struct Case
 constexpr uint64_t kEmpty = MQTTPROTOCOL_ERR_PARSE_EMPTY;
 constexpr uint64_t kWaiting = MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE;
 constexpr uint64_t kBadFlags = MQTTPROTOCOL_ERR_PARSE_HDRFLAGS;
-
-std::vector<Bytes> OneByteEach(const Bytes& bytes)
-{
-    std::vector<Bytes> pieces;
-    for (uint8_t byte : bytes) pieces.push_back({byte});
-    return pieces;
-}
 
 class ReceiveFraming : public mqtttest::ReceiveTest
 {
@@ -72,32 +65,28 @@ protected:
 
 TEST_F(ReceiveFraming, CutsPiecesAsHostsMeetThem)
 {
-    const Bytes publish = Wire(0x32, Counting(40));
-    const Bytes third = Wire(0x30, Counting(30));
     const Bytes whole = Counting(MQTTPROTOCOL_PACKET_BLOCK_SIZE, 3);
     std::vector<Case> cases = {
-        {"lone PINGREQ", {{0xC0, 0x00}}, {{0xC0, {}, false}}, kEmpty},
-        {"two PINGREQs in one piece", {{0xC0, 0x00, 0xC0, 0x00}}, {{0xC0, {}}, {0xC0, {}, false}}, kEmpty},
         // Fewer than four bytes wait, so a two-byte DISCONNECT is queued only once further bytes make 4;
         // the four are cut as one input, the PINGREQ behind it as an input of its own.
         {"two-byte DISCONNECT", {{0xE0, 0x00}}, {}, kWaiting},
         {"two-byte DISCONNECT, then a PINGREQ", {{0xE0, 0x00}, {0xC0, 0x00}}, {{0xE0, {}}, {0xC0, {}, false}}, kEmpty},
-        {"PUBLISH one byte per call", OneByteEach(publish), {{0x32, Counting(40)}}, kEmpty},
-        {"two whole packets and ten bytes of a third",
-         {Concat({Wire(0x30, Counting(5)), Wire(0x62, {0x00, 0x07}), Bytes(third.begin(), third.begin() + 10)})},
-         {{0x30, Counting(5)}, {0x62, {0x00, 0x07}}}, kWaiting},
-        {"an empty piece leaves zero bytes waiting", {{}}, {}, kWaiting},
         {"a body filling the whole block", {Wire(0x30, whole)}, {{0x30, whole}}, kEmpty},
         {"bad SUBSCRIBE after a PUBLISH: the PUBLISH stays, the rest is lost",
-         {Concat({Wire(0x30, Counting(7)), Wire(0x80, Counting(9)), Wire(0x30, Counting(3))})}, {{0x30, Counting(7)}},
-         kEmpty, kBadFlags},
+         {Concat({Wire(0x30, Counting(7)), Wire(0x80, Counting(9)), Wire(0x30, Counting(3))})},
+         {{0x30, Counting(7)}},
+         kEmpty,
+         kBadFlags},
     };
     // Alone, with a PINGREQ behind: only flags 2 are taken, otherwise nothing of the piece is queued.
-    for (uint8_t first : {0x82, 0xA2, 0x80, 0x83, 0x8F, 0xA0, 0xA3}) {
+    for (uint8_t first : {0x82, 0xA2, 0x80, 0xA3}) {
         const bool good = (first & 0x0F) == 2;
-        cases.push_back({"SUBSCRIBE or UNSUBSCRIBE alone", {Concat({Wire(first, Counting(9)), {0xC0, 0x00}})},
+        cases.push_back({"SUBSCRIBE or UNSUBSCRIBE alone",
+                         {Concat({Wire(first, Counting(9)), {0xC0, 0x00}})},
                          good ? std::vector<Packet>{{first, Counting(9)}, {0xC0, {}, false}} : std::vector<Packet>{},
-                         kEmpty, good ? 0 : kBadFlags, good});
+                         kEmpty,
+                         good ? 0 : kBadFlags,
+                         good});
     }
     for (const Case& c : cases) Run(c);
 }
@@ -113,11 +102,6 @@ protected:
     const Bytes header{0x30, 0x80, 0x80, 0x80, 0x01};
 };
 
-TEST_F(FourByteLength, WholeHeaderInTheFirstPieceIsCutNormally)
-{
-    Run({"whole header", {header, body}, {{0x30, body}}, kEmpty});
-}
-
 TEST_F(FourByteLength, FirstPieceOfExactlyFourBytesBreaksThePacket)
 {
     const Bytes firstFour(header.begin(), header.begin() + 4);
@@ -126,7 +110,8 @@ TEST_F(FourByteLength, FirstPieceOfExactlyFourBytesBreaksThePacket)
 
 TEST_F(FourByteLength, HeaderArrivingOneByteAtATimeBreaksThePacket)
 {
-    std::vector<Bytes> pieces = OneByteEach(header);
+    std::vector<Bytes> pieces;
+    for (uint8_t byte : header) pieces.push_back({byte});
     pieces.push_back(body);
     Run({"one byte at a time", pieces, {{0x30, {}}}, kEmpty, kBadFlags});
 }

@@ -79,7 +79,8 @@ inline Taken Take(const char* address, bool checkWholeBlock = false)
     if (body != nullptr) {
 #ifdef MQTTTEST_KNOWS_ALLOCATED_SIZE
         // The sanitizer's allocator knows the size asked for: a compact block is exactly the body.
-        const size_t expectedSize = mqttprotocol::CompactBodies() ? std::max(length, 1) : MQTTPROTOCOL_PACKET_BLOCK_SIZE;
+        const size_t expectedSize =
+            mqttprotocol::CompactBodies() ? std::max(length, 1) : MQTTPROTOCOL_PACKET_BLOCK_SIZE;
         EXPECT_EQ(__sanitizer_get_allocated_size(body), expectedSize);
 #endif
         taken.body = ToBytes(body, length);

@@ -75,7 +75,8 @@ TEST_F(ReceiveSession, RefusedCallsChangeNothing)
     expectRefused(MQTTProtocol_Parse_Send("never inserted", bytes, -1), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Send("never inserted", bytes, 2), MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
     expectRefused(MQTTProtocol_Parse_Recv(nullptr, &header, &body, &length), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    expectRefused(MQTTProtocol_Parse_Recv("never inserted", nullptr, nullptr, nullptr), MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
+    expectRefused(MQTTProtocol_Parse_Recv("never inserted", nullptr, nullptr, nullptr),
+                  MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
     expectRefused(MQTTProtocol_Parse_Recv(address, nullptr, nullptr, nullptr), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);
     expectRefused(MQTTProtocol_Parse_Recv(address, &header, &body, &length), MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE);
     expectRefused(MQTTProtocol_Parse_Insert(nullptr), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);

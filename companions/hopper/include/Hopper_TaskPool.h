@@ -16,8 +16,9 @@
 #define HOPPER_API __attribute__((visibility("default")))
 
 /* The pool's failure codes: a block of its own, outside the MQTT protocol library's 0x070B block. */
-#define HOPPER_ERR_HANDLE 0x0C0A0001ULL    /**< the handle was never made or was already destroyed */
-#define HOPPER_ERR_ARGUMENT 0x0C0A0002ULL  /**< pool count below 1, index out of range, null pointer, or an address of 128 bytes or more */
+#define HOPPER_ERR_HANDLE 0x0C0A0001ULL /**< the handle was never made or was already destroyed */
+#define HOPPER_ERR_ARGUMENT \
+    0x0C0A0002ULL /**< pool count below 1, index out of range, null pointer, or an address of 128 bytes or more */
 #define HOPPER_ERR_NOTFOUND 0x0C0A0004ULL  /**< the address is not in that index */
 #define HOPPER_ERR_ZERO 0x0C0A0005ULL      /**< decrement of a count that is already zero */
 #define HOPPER_ERR_NOTREADY 0x0C0A0006ULL  /**< listing: no address of the index has a count above zero */

@@ -8,161 +8,23 @@
 // a thread on its next call.
 #include "Hopper_TaskPool.h"
 
+#include "PoolState.h"
+
 #include "Keel_OperatorMemory.h"
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
-#include <map>
-#include <memory>
-#include <mutex>
 #include <new>
-#include <shared_mutex>
-#include <string>
-#include <string_view>
-#include <unordered_map>
-#include <vector>
 
 namespace {
 
-thread_local uint64_t t_LastError __attribute__((tls_model("initial-exec"))) = 0;
-
-bool Fail(uint64_t code)
-{
-    t_LastError = code;
-    return false;
-}
-
-// An address may be entered more than once: a host that reconnects a client can insert it again
-// before the old connection's delete. Each insertion is an entry; the count belongs to the oldest,
-// which the next delete removes with the packets it counted, so a later entry starts from zero.
-struct Address
-{
-    uint64_t insertionOrder;
-    int entries = 1;
-    int readyCount = 0;
-};
-
-// Address tables are searched with the caller's string as it is: no key is built, so a lookup never
-// allocates, however long the address.
-struct AddressHash
-{
-    using is_transparent = void;
-    size_t operator()(std::string_view address) const noexcept { return std::hash<std::string_view>{}(address); }
-};
-template <typename Value>
-using AddressTable = std::unordered_map<std::string, Value, AddressHash, std::equal_to<>>;
-using AddressEntry = AddressTable<Address>::value_type;
-
-// One index: its addresses with their counts, and the ready ones in insertion order for listing.
-struct PoolIndex
-{
-    std::mutex lock;
-    std::condition_variable wakeup;
-    AddressTable<Address> addresses;
-    // Insertion order -> the address's entry (entries stay put until erased), counts above zero only.
-    std::map<uint64_t, const AddressEntry*> ready;
-    int waiters = 0;
-    uint64_t erasures = 0;           // addresses erased so far: a remembered entry is valid while unchanged
-    uint64_t activations = 0;        // bumped to release the threads waiting now
-    bool activationPending = false;  // an activation with no waiter, for the next wait
-};
-
-struct Pool
-{
-    explicit Pool(int indexCount)
-        : indexes(static_cast<size_t>(indexCount)), addressCounts(static_cast<size_t>(indexCount), 0)
-    {
-        for (auto& index : indexes) {
-            index = std::make_unique<PoolIndex>();
-        }
-    }
-
-    std::vector<std::unique_ptr<PoolIndex>> indexes;
-    std::atomic<bool> destroyed{false};
-
-    // Which index holds each address, and how many each index holds; membershipLock guards these
-    // three and is taken before an index's lock.
-    std::mutex membershipLock;
-    AddressTable<int> membership;
-    std::vector<int> addressCounts;
-    uint64_t nextInsertionOrder = 0;
-};
-
-// The pool a thread used last, held by that thread: calls nearly always come for the same pool, and
-// finding it again then takes no lock and no reference count. Holding it keeps the pool alive for
-// the length of a call, as the registry's own reference would.
-// The pointer and the reference live apart: a call reads only the plain pointer, which needs no
-// thread-exit bookkeeping, and the reference is touched only when the pool changes.
-struct LastPool
-{
-    uintptr_t id = 0;
-    Pool* pool = nullptr;
-};
-thread_local LastPool t_LastPool __attribute__((tls_model("initial-exec")));
-thread_local std::shared_ptr<Pool> t_LastPoolHeld;
-
-class Registry
-{
-public:
-    HOPPER_HANDLE Add(std::shared_ptr<Pool> pool)
-    {
-        std::unique_lock guard(m_Lock);
-        const uintptr_t id = ++m_LastId;
-        m_Pools.emplace(id, std::move(pool));
-        return reinterpret_cast<HOPPER_HANDLE>(id);
-    }
-
-    // The pool of a live handle, valid until this thread's next Find; null for any other handle.
-    Pool* Find(HOPPER_HANDLE handle)
-    {
-        const auto id = reinterpret_cast<uintptr_t>(handle);
-        if (t_LastPool.id != id || t_LastPool.pool == nullptr) {
-            std::shared_ptr<Pool> found = Lookup(id);
-            t_LastPool = {id, found.get()};
-            t_LastPoolHeld = std::move(found);  // the pool held before is let go outside the lock
-        }
-        Pool* pool = t_LastPool.pool;
-        if (pool != nullptr && pool->destroyed.load()) {
-            t_LastPool = {};
-            t_LastPoolHeld.reset();
-            return nullptr;
-        }
-        return pool;
-    }
-
-    std::shared_ptr<Pool> Remove(HOPPER_HANDLE handle)
-    {
-        std::unique_lock guard(m_Lock);
-        const auto found = m_Pools.find(reinterpret_cast<uintptr_t>(handle));
-        if (found == m_Pools.end()) {
-            return nullptr;
-        }
-        auto pool = std::move(found->second);
-        m_Pools.erase(found);
-        return pool;
-    }
-
-private:
-    std::shared_ptr<Pool> Lookup(uintptr_t id)
-    {
-        std::shared_lock guard(m_Lock);
-        const auto found = m_Pools.find(id);
-        return found == m_Pools.end() ? nullptr : found->second;
-    }
-
-    std::shared_mutex m_Lock;
-    std::unordered_map<uintptr_t, std::shared_ptr<Pool>> m_Pools;
-    uintptr_t m_LastId = 0;
-};
-
-Registry& Pools()
-{
-    static Registry registry;
-    return registry;
-}
+using hopper::Address;
+using hopper::AddressEntry;
+using hopper::Fail;
+using hopper::Pool;
+using hopper::PoolIndex;
+using hopper::Pools;
 
 // Resolves a handle and an index, recording the failure when either is bad.
 PoolIndex* FindIndex(const Pool* pool, int index)
@@ -466,7 +328,7 @@ uint64_t Hopper_GetLastError(int* pInt_SysError)
     if (pInt_SysError != nullptr) {
         *pInt_SysError = errno;
     }
-    return t_LastError;
+    return hopper::LastError();
 }
 
 }  // extern "C"

@@ -33,11 +33,12 @@ struct ScopedPool
 };
 
 // The ready listing of an index as (address, count) pairs; empty when nothing is ready.
-std::vector<std::pair<std::string, int>> Ready(HOPPER_HANDLE pool, int index)
+using Listing = std::vector<std::pair<std::string, int>>;
+Listing Ready(HOPPER_HANDLE pool, int index)
 {
     TAVRIN_HOPPER_TASKEVENT** events = nullptr;
     int count = 0;
-    std::vector<std::pair<std::string, int>> listed;
+    Listing listed;
     if (!Hopper_TaskPool_AddrGetEx(pool, index, &events, &count)) {
         EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTREADY);
         EXPECT_EQ(events, nullptr) << "nothing is written when nothing is ready";
@@ -70,12 +71,12 @@ TEST(HopperPool, EachInsertAddsAnEntryThatOneDeleteRemoves)
     const int index = pool.Insert("b");
     ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b"));
     EXPECT_EQ(pool.Insert("b"), index);
-    EXPECT_EQ(Ready(pool.handle, index), (std::vector<std::pair<std::string, int>>{{"b", 1}})) << "count kept";
+    EXPECT_EQ(Ready(pool.handle, index), (Listing{{"b", 1}})) << "count kept";
 
     ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, index, "b"));
     EXPECT_TRUE(Ready(pool.handle, index).empty()) << "the old entry's packets went with it";
     ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b")) << "the later entry stays";
-    EXPECT_EQ(Ready(pool.handle, index), (std::vector<std::pair<std::string, int>>{{"b", 1}}));
+    EXPECT_EQ(Ready(pool.handle, index), (Listing{{"b", 1}}));
 
     ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, index, "b"));
     EXPECT_FALSE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "b"));
@@ -88,22 +89,23 @@ TEST(HopperPool, CountsPerAddressAndListsReadyOnesInInsertionOrder)
     for (const char* address : {"first", "second", "third"}) pool.Insert(address);
     EXPECT_TRUE(Ready(pool.handle, 0).empty());
 
-    for (const char* address : {"third", "first", "third"}) ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, address));
-    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"first", 1}, {"third", 2}}));
+    for (const char* address : {"third", "first", "third"})
+        ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, address));
+    EXPECT_EQ(Ready(pool.handle, 0), (Listing{{"first", 1}, {"third", 2}}));
 
     ASSERT_TRUE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "first"));
     EXPECT_FALSE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "first"));
     EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_ZERO);
     EXPECT_FALSE(Hopper_TaskPool_AddrDecEx(pool.handle, 0, "nobody"));
     EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTFOUND);
-    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"third", 2}}));
+    EXPECT_EQ(Ready(pool.handle, 0), (Listing{{"third", 2}}));
 
     ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, "first"));
-    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"first", 1}, {"third", 2}}))
+    EXPECT_EQ(Ready(pool.handle, 0), (Listing{{"first", 1}, {"third", 2}}))
         << "an address that becomes ready again keeps its place";
 
     ASSERT_TRUE(Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "third"));
-    EXPECT_EQ(Ready(pool.handle, 0), (std::vector<std::pair<std::string, int>>{{"first", 1}})) << "delete forgets the count";
+    EXPECT_EQ(Ready(pool.handle, 0), (Listing{{"first", 1}})) << "delete forgets the count";
     EXPECT_FALSE(Hopper_TaskPool_AddrIncEx(pool.handle, 0, "third"));
     EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_NOTFOUND);
 }
@@ -114,7 +116,8 @@ TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
     int index = 0;
     TAVRIN_HOPPER_TASKEVENT** events = nullptr;
     const std::string tooLong(128, 'x');
-    const HOPPER_HANDLE unknown = reinterpret_cast<HOPPER_HANDLE>(0x7777);
+    HOPPER_HANDLE destroyed = Hopper_TaskPool_CreateEx(1);
+    ASSERT_TRUE(Hopper_TaskPool_DestoryEx(destroyed));
     const struct
     {
         const char* what;
@@ -124,61 +127,53 @@ TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
         {"pool count 0", [] { return Hopper_TaskPool_CreateEx(0) != nullptr; }, HOPPER_ERR_ARGUMENT},
         {"index out of range", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 2, "a"); }, HOPPER_ERR_ARGUMENT},
         {"negative index", [&] { return Hopper_TaskPool_WaitEventEx(pool.handle, -1, 0); }, HOPPER_ERR_ARGUMENT},
-        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
-        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, "a", nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, nullptr, &index); },
+         HOPPER_ERR_ARGUMENT},
+        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, "a", nullptr); },
+         HOPPER_ERR_ARGUMENT},
         {"128-byte address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, tooLong.c_str(), &index); },
          HOPPER_ERR_ARGUMENT},
-        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
-        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, &events, nullptr); }, HOPPER_ERR_ARGUMENT},
-        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
-        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
-        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "b"); }, HOPPER_ERR_NOTFOUND},
-        {"unknown handle", [&] { return Hopper_TaskPool_AddrGetEx(unknown, 0, &events, &index); }, HOPPER_ERR_HANDLE},
+        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); },
+         HOPPER_ERR_ARGUMENT},
+        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, &events, nullptr); },
+         HOPPER_ERR_ARGUMENT},
+        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 0, nullptr); },
+         HOPPER_ERR_ARGUMENT},
+        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, nullptr); },
+         HOPPER_ERR_ARGUMENT},
+        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "b"); },
+         HOPPER_ERR_NOTFOUND},
+        {"destroyed handle", [&] { return Hopper_TaskPool_AddrInsertEx(destroyed, "a", &index); }, HOPPER_ERR_HANDLE},
         {"null handle", [] { return Hopper_TaskPool_ActiveEventEx(nullptr, 0); }, HOPPER_ERR_HANDLE},
-        {"destroy unknown", [&] { return Hopper_TaskPool_DestoryEx(unknown); }, HOPPER_ERR_HANDLE},
+        {"destroy twice", [&] { return Hopper_TaskPool_DestoryEx(destroyed); }, HOPPER_ERR_HANDLE},
     };
     for (const auto& c : cases) {
         EXPECT_FALSE(c.call()) << c.what;
         EXPECT_EQ(Hopper_GetLastError(nullptr), c.code) << c.what;
     }
+    EXPECT_NE(pool.handle, destroyed) << "a handle is never reused";
     errno = ENOMEM;
     int sysError = 0;
     EXPECT_EQ(Hopper_GetLastError(&sysError), HOPPER_ERR_HANDLE);
     EXPECT_EQ(sysError, ENOMEM) << "the thread's errno is handed out beside the code";
+    uint64_t otherThreadCode = 1;
+    std::thread([&] { otherThreadCode = Hopper_GetLastError(nullptr); }).join();
+    EXPECT_EQ(otherThreadCode, 0u) << "the code is per thread";
     EXPECT_TRUE(Hopper_TaskPool_AddrInsertEx(pool.handle, std::string(127, 'x').c_str(), &index)) << "127 bytes fit";
 }
 
-TEST(HopperPool, DestroyedHandleIsRefusedAndNeverReused)
-{
-    HOPPER_HANDLE first = Hopper_TaskPool_CreateEx(1);
-    ASSERT_TRUE(Hopper_TaskPool_DestoryEx(first));
-    HOPPER_HANDLE second = Hopper_TaskPool_CreateEx(1);
-    EXPECT_NE(second, first);
-    int index = 0;
-    EXPECT_FALSE(Hopper_TaskPool_AddrInsertEx(first, "a", &index));
-    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_HANDLE);
-    EXPECT_FALSE(Hopper_TaskPool_DestoryEx(first));
-    EXPECT_TRUE(Hopper_TaskPool_DestoryEx(second));
-}
-
-TEST(HopperPool, WaitReturnsAtOnceWhenReadyAndTimesOutOtherwise)
+// Readiness and activation are per index; an activation releases every waiter, or is kept for the
+// next wait once.
+TEST(HopperPool, WaitEndsOnReadinessOrActivationOrTimesOut)
 {
     ScopedPool pool(2);
     const int index = pool.Insert("a");
-    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, index, 0));
-    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_TIMEOUT);
     EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, index, 1));
     EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_TIMEOUT);
-
     ASSERT_TRUE(Hopper_TaskPool_AddrIncEx(pool.handle, index, "a"));
-    EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, index, 0));
     EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, index, -1)) << "stays ready until the count drops";
     EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1 - index, 0)) << "readiness is per index";
-}
 
-TEST(HopperPool, ActivationReleasesEveryWaiterOrIsKeptForTheNextWaitOnce)
-{
-    ScopedPool pool(2);
     std::atomic<int> released{0};
     std::vector<std::thread> waiters;
     for (int i = 0; i < 3; i++) {
@@ -189,11 +184,9 @@ TEST(HopperPool, ActivationReleasesEveryWaiterOrIsKeptForTheNextWaitOnce)
     for (auto& waiter : waiters) waiter.join();
     EXPECT_EQ(released, 3);
     EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1, 0)) << "an activation that had waiters is spent";
-
-    ASSERT_TRUE(Hopper_TaskPool_ActiveEventEx(pool.handle, 0));
-    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1, 0)) << "activation is per index";
-    EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, 0, 0));
-    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 0, 0)) << "kept for one wait only";
+    ASSERT_TRUE(Hopper_TaskPool_ActiveEventEx(pool.handle, 1));
+    EXPECT_TRUE(Hopper_TaskPool_WaitEventEx(pool.handle, 1, 0));
+    EXPECT_FALSE(Hopper_TaskPool_WaitEventEx(pool.handle, 1, 0)) << "kept for one wait only";
 }
 
 TEST(HopperPool, DestroyReleasesWaitersWithFalse)
@@ -210,15 +203,6 @@ TEST(HopperPool, DestroyReleasesWaitersWithFalse)
     waiter.join();
     EXPECT_FALSE(result);
     EXPECT_EQ(code, HOPPER_ERR_DESTROYED);
-}
-
-TEST(HopperPool, LastErrorIsPerThread)
-{
-    EXPECT_EQ(Hopper_TaskPool_CreateEx(0), nullptr);
-    uint64_t otherThreadCode = 1;
-    std::thread([&] { otherThreadCode = Hopper_GetLastError(nullptr); }).join();
-    EXPECT_EQ(otherThreadCode, 0u);
-    EXPECT_EQ(Hopper_GetLastError(nullptr), HOPPER_ERR_ARGUMENT);
 }
 
 }  // namespace
