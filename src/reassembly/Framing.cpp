@@ -7,10 +7,11 @@
 // state alone, which is why a true result may come with the error flag set.
 //
 // A packet that waits does so in one of two records (see reassembly/RecordForm.h): HeaderPending until
-// 4 bytes make its fixed header decodable, then BodyPending, whose buffer already holds the body where
-// its delivery block will: the piece that completes it is copied once, behind what came before.
+// 4 bytes make its fixed header decodable, then BodyPending, whose buffer holds the body where its
+// delivery block will and grows with the bytes that arrive, never with what a header announces.
 #include "companion/Companion.h"
 #include "frame/ErrorState.h"
+#include "reassembly/CutInput.h"
 #include "reassembly/PacketBlock.h"
 #include "reassembly/RecordForm.h"
 #include "reassembly/SessionTable.h"
@@ -25,6 +26,8 @@
 namespace {
 
 using mqttprotocol::ClearError;
+using mqttprotocol::CopyBytes;
+using mqttprotocol::CutInput;
 using mqttprotocol::Fail;
 using mqttprotocol::RecordForm;
 
@@ -73,69 +76,15 @@ bool EndsWithPendingPacket(const TAVRIN_MQTTPARSE& session)
     return !session.pStl_ListPacket->empty() && mqttprotocol::IsPending(session.pStl_ListPacket->back());
 }
 
-void CopyBytes(char* destination, const char* source, int count)
-{
-    if (count > 0) {
-        std::memcpy(destination, source, static_cast<size_t>(count));
-    }
-}
 
 // A BodyPending buffer keeps the fixed header's size in its last byte, which the body never reaches.
-int HeaderSizeOf(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.ptszMsgBuffer[pending.nPktLen - 1]; }
+int CapacityOf(const MQTTPROTOCOL_MSGBUFFER& pending)
+{
+    return mqttprotocol::PendingCapacity(pending.nMsgLen, pending.nPktLen);
+}
+int HeaderSizeOf(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.ptszMsgBuffer[CapacityOf(pending) - 1]; }
 int BodyBytesHeld(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.nMsgLen - HeaderSizeOf(pending); }
 
-// The bytes of one input: those a HeaderPending record held (0 to 3), then the caller's data. The
-// caller makes sure the two counts together fit an int.
-class CutInput
-{
-public:
-    CutInput(const char* held, int heldCount, const char* data, int dataCount)
-        : m_Held(held), m_HeldCount(heldCount), m_Data(data), m_DataCount(dataCount)
-    {
-    }
-
-    int Size() const { return m_HeldCount + m_DataCount; }
-    uint8_t At(int offset) const
-    {
-        return static_cast<uint8_t>(offset < m_HeldCount ? m_Held[offset] : m_Data[offset - m_HeldCount]);
-    }
-    // The first count bytes in one place: where they lie when no held bytes come first, otherwise
-    // copied to scratch.
-    const char* Front(char* scratch, int count) const
-    {
-        if (m_HeldCount == 0) {
-            return m_Data;
-        }
-        CopyTo(scratch, 0, count);
-        return scratch;
-    }
-    // Copies count bytes from offset on, across both parts.
-    void CopyTo(char* destination, int offset, int count) const
-    {
-        // Each part's address is formed only when bytes come from it: either part may be null.
-        const int fromHeld = std::clamp(m_HeldCount - offset, 0, count);
-        if (fromHeld > 0) {
-            CopyBytes(destination, m_Held + offset, fromHeld);
-        }
-        if (count > fromHeld) {
-            CopyBytes(destination + fromHeld, m_Data + (offset + fromHeld - m_HeldCount), count - fromHeld);
-        }
-    }
-    void Drop(int count)
-    {
-        const int fromHeld = std::min(count, m_HeldCount);
-        m_Held += fromHeld;
-        m_HeldCount -= fromHeld;
-        m_Data += count - fromHeld;
-        m_DataCount -= count - fromHeld;
-    }
-
-private:
-    const char* m_Held;
-    int m_HeldCount;
-    const char* m_Data;
-    int m_DataCount;
-};
 
 // Cuts inputs for one session, whose lock the caller holds, and queues what it cuts.
 class Framer
@@ -184,14 +133,10 @@ public:
     {
         MQTTPROTOCOL_MSGBUFFER& pending = m_Queue.back();
         const int missing = pending.nPktLen - pending.nMsgLen;
-        char* const bodyEnd = pending.ptszMsgBuffer + BodyBytesHeld(pending);
         if (size < missing) {
-            CopyBytes(bodyEnd, data, size);
-            pending.nMsgLen += size;
-            return true;
+            return AppendPending(pending, data, size);
         }
-        CopyBytes(bodyEnd, data, missing);
-        if (!CompletePending(pending)) {
+        if (!CompletePending(pending, data, missing)) {
             return false;
         }
         if (size > missing) {
@@ -275,12 +220,13 @@ private:
     bool QueueBodyPending(const CutInput& input, uint8_t first, int headerSize, int packetSize)
     {
         MQTTPROTOCOL_MSGBUFFER record{};
-        record.ptszMsgBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(packetSize)));
+        const int capacity = mqttprotocol::PendingCapacity(input.Size(), packetSize);
+        record.ptszMsgBuffer = static_cast<char*>(std::malloc(static_cast<size_t>(capacity)));
         if (record.ptszMsgBuffer == nullptr) {
             return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
         }
         input.CopyTo(record.ptszMsgBuffer, headerSize, input.Size() - headerSize);
-        record.ptszMsgBuffer[packetSize - 1] = static_cast<char>(headerSize);
+        record.ptszMsgBuffer[capacity - 1] = static_cast<char>(headerSize);
         record.st_FixedHeader = FixedHeaderOf(first);
         record.nMsgLen = input.Size();
         record.nPktLen = packetSize;
@@ -303,15 +249,35 @@ private:
         return QueueReady(record);
     }
 
-    // BodyPending -> Complete, in place at the back of the queue, once all its bytes are in.
-    bool CompletePending(MQTTPROTOCOL_MSGBUFFER& pending)
+    // BodyPending(k, N) -> BodyPending(k + size, N): the buffer grows first if the bytes need it.
+    bool AppendPending(MQTTPROTOCOL_MSGBUFFER& pending, const char* data, int size)
+    {
+        const int headerSize = HeaderSizeOf(pending);
+        const int capacity = mqttprotocol::PendingCapacity(pending.nMsgLen + size, pending.nPktLen);
+        if (capacity != CapacityOf(pending)) {
+            char* const grown = static_cast<char*>(std::realloc(pending.ptszMsgBuffer, static_cast<size_t>(capacity)));
+            if (grown == nullptr) {
+                DropPending();
+                return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);
+            }
+            pending.ptszMsgBuffer = grown;
+            grown[capacity - 1] = static_cast<char>(headerSize);
+        }
+        CopyBytes(pending.ptszMsgBuffer + (pending.nMsgLen - headerSize), data, size);
+        pending.nMsgLen += size;
+        return true;
+    }
+
+    // BodyPending -> Complete, in place at the back of the queue, with the missing bytes that end it.
+    bool CompletePending(MQTTPROTOCOL_MSGBUFFER& pending, const char* data, int missing)
     {
         if (FlagsRefused(FirstByteOf(pending.st_FixedHeader))) {
             DropPending();
             return Fail(MQTTPROTOCOL_ERR_PARSE_HDRFLAGS);
         }
         const int bodyLength = pending.nPktLen - HeaderSizeOf(pending);
-        char* const body = mqttprotocol::DeliverFromBuffer(pending.ptszMsgBuffer, bodyLength);
+        char* const body =
+            mqttprotocol::DeliverFromBuffer(pending.ptszMsgBuffer, BodyBytesHeld(pending), data, missing);
         if (body == nullptr) {
             m_Queue.pop_back();  // the buffer went with the failure
             return Fail(MQTTPROTOCOL_ERR_PARSE_MALLOC);

@@ -4,6 +4,8 @@
 #include "frame/ErrorState.h"
 
 #include <malloc.h>
+#include <algorithm>
+#include <bit>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -55,22 +57,40 @@ char* AllocateBody(int bodyLength)
     return body;
 }
 
-char* DeliverFromBuffer(char* buffer, int bodyLength)
+int PendingCapacity(int received, int packetSize)
 {
+    if (packetSize <= kPendingFullSize) {
+        return packetSize;
+    }
+    const unsigned doubled = std::bit_ceil(static_cast<unsigned>(received) + 1);
+    return static_cast<int>(std::min<unsigned>(packetSize, std::max<unsigned>(kPendingFullSize, doubled)));
+}
+
+char* DeliverFromBuffer(char* buffer, int heldCount, const char* rest, int restCount)
+{
+    const int bodyLength = heldCount + restCount;
+    char* body;
     if (CompactBodies()) {
-        // Shrinking keeps the memory where it is: the body is not copied again.
-        char* body = static_cast<char*>(std::realloc(buffer, CompactSize(bodyLength)));
+        // Resizing keeps the memory where it is when it can: most of the body is not copied again.
+        body = static_cast<char*>(std::realloc(buffer, CompactSize(bodyLength)));
         if (body == nullptr) {
             std::free(buffer);
+            return nullptr;
         }
-        return body;
+    } else {
+        body = AllocateBlock();
+        if (body != nullptr && heldCount > 0) {
+            std::memcpy(body, buffer, static_cast<size_t>(heldCount));
+        }
+        std::free(buffer);
+        if (body == nullptr) {
+            return nullptr;
+        }
     }
-    char* block = AllocateBlock();
-    if (block != nullptr && bodyLength > 0) {
-        std::memcpy(block, buffer, static_cast<size_t>(bodyLength));
+    if (restCount > 0) {
+        std::memcpy(body + heldCount, rest, static_cast<size_t>(restCount));
     }
-    std::free(buffer);
-    return block;
+    return body;
 }
 
 }  // namespace mqttprotocol

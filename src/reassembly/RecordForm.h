@@ -19,10 +19,10 @@ enum class RecordForm
     // a buffer of 3 bytes. nPktLen is 4, nMsgLen the bytes held.
     HeaderPending,
     // The fixed header is decoded, the packet is not all here. nPktLen is the packet's size, nMsgLen
-    // the bytes received so far (fixed header included). Its buffer, of the packet's size, holds the
-    // body bytes received so far at its start and the fixed header's size in its last byte: the
-    // header itself is not needed again, since the first byte is in st_FixedHeader and the body's
-    // length is the packet's size less the header's.
+    // the bytes received so far (fixed header included). Its buffer, of PendingCapacity(nMsgLen,
+    // nPktLen) bytes, holds the body bytes so far at its start and the fixed header's size in its last
+    // byte: the header itself is not needed again, since the first byte is in st_FixedHeader and the
+    // body's length is the packet's size less the header's.
     BodyPending,
 };
 

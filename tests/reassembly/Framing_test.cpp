@@ -28,6 +28,19 @@ struct Case
     bool lastResult = true;
 };
 
+// The bytes cut at the given piece sizes, the rest as the last piece.
+std::vector<Bytes> Pieces(const Bytes& bytes, std::vector<size_t> sizes)
+{
+    std::vector<Bytes> pieces;
+    auto at = bytes.begin();
+    for (size_t size : sizes) {
+        pieces.emplace_back(at, at + static_cast<long>(size));
+        at += static_cast<long>(size);
+    }
+    pieces.emplace_back(at, bytes.end());
+    return pieces;
+}
+
 constexpr uint64_t kEmpty = MQTTPROTOCOL_ERR_PARSE_EMPTY;
 constexpr uint64_t kWaiting = MQTTPROTOCOL_ERR_PARSE_NOTCOMPLETE;
 constexpr uint64_t kBadFlags = MQTTPROTOCOL_ERR_PARSE_HDRFLAGS;
@@ -72,6 +85,9 @@ TEST_F(ReceiveFraming, CutsPiecesAsHostsMeetThem)
         {"two-byte DISCONNECT", {{0xE0, 0x00}}, {}, kWaiting},
         {"two-byte DISCONNECT, then a PINGREQ", {{0xE0, 0x00}, {0xC0, 0x00}}, {{0xE0, {}}, {0xC0, {}, false}}, kEmpty},
         {"a body filling the whole block", {Wire(0x30, whole)}, {{0x30, whole}}, kEmpty},
+        // Its buffer grows as the bytes come: pieces that end on, just past and far past each size.
+        {"a body filling the whole block, in pieces", Pieces(Concat({Wire(0x30, whole), {0xC0, 0x00}}),
+         {6, 65530, 1, 65536, 3000000}), {{0x30, whole}, {0xC0, {}, false}}, kEmpty},
         {"bad SUBSCRIBE after a PUBLISH: the PUBLISH stays, the rest is lost",
          {Concat({Wire(0x30, Counting(7)), Wire(0x80, Counting(9)), Wire(0x30, Counting(3))})},
          {{0x30, Counting(7)}},
