@@ -1,12 +1,12 @@
 // The receive path driven by a script: Insert / Send (pieces of the input in fuzzer-chosen sizes, zero
 // included) / Recv / Delete over a few client addresses, side by side with the reference model of the
 // tests. After every step the library must agree with the model: results, error flag and code, every
-// delivered record (first byte, body bytes, a block of exactly the body's size), and the pool's ready
-// counts.
+// delivered record (first byte, body bytes, a block of exactly the body's size), and, before every
+// Delete and at the end, the pool's ready counts.
 // It runs in compact body mode: cutting, queueing and counting are the same in both modes, and only
 // compact blocks let the sanitizer see a read or write past a body (a 10 MiB block hides one, and
 // costs the sanitizer milliseconds). The unit tests run the same model in block mode.
-// Input: a sequence of [operation][client][piece size][piece bytes...]
+// Input: a sequence of [operation and client][piece size and repeat][piece bytes...]
 #include "FuzzSupport.h"
 
 #include "MQTTProtocol.h"
@@ -36,6 +36,7 @@ class Script
 public:
     ~Script()
     {
+        CheckReadyCounts();
         for (int client = 0; client < kClientCount; client++) MQTTProtocol_Parse_Delete(Address(client).c_str());
     }
 
@@ -57,12 +58,17 @@ public:
             Delete(client);
             break;
         }
-        CheckReadyCounts();
     }
 
 private:
+    // Every Insert leaves a session record that no call frees (Delete keeps it on purpose), so a script
+    // inserts a few times at most: enough for duplicates and reconnections of every client, while the
+    // records a fuzzing process keeps, and the heap its leak checks scan, stay small.
+    static constexpr int kMaxInserts = 8;
+
     void Insert(int client)
     {
+        if (++m_Inserts > kMaxInserts) return;
         REQUIRE(MQTTProtocol_Parse_Insert(Address(client).c_str()));
         m_Model.Insert(Address(client));
         m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
@@ -70,6 +76,7 @@ private:
 
     void Delete(int client)
     {
+        CheckReadyCounts();
         REQUIRE(MQTTProtocol_Parse_Delete(Address(client).c_str()));
         m_Model.Delete(Address(client));
         m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
@@ -77,12 +84,18 @@ private:
 
     void Send(int client, mqttfuzz::InputReader& in)
     {
-        const size_t wanted = in.U16() % 2048;
+        const uint16_t control = in.U16();
+        // A control word whose top five bits are all set sends its piece 256 times over in one call: a
+        // packet of more than 64 KiB then arrives, its buffer growing, as no input this short could.
+        const int times = (control >> 11) == 31 ? 256 : 1;
         const uint8_t* piece = in.Rest();
-        const size_t size = in.Take(wanted);
-        const bool result = MQTTProtocol_Parse_Send(Address(client).c_str(), reinterpret_cast<const char*>(piece),
-                                                    static_cast<int>(size));
-        REQUIRE(result == m_Model.Send(Address(client), reference::Bytes(piece, piece + size)));
+        const size_t size = in.Take(control % 2048);
+        reference::Bytes bytes;
+        for (int time = 0; time < times; time++) bytes.insert(bytes.end(), piece, piece + size);
+        const bool result = MQTTProtocol_Parse_Send(Address(client).c_str(),
+                                                    reinterpret_cast<const char*>(bytes.data()),
+                                                    static_cast<int>(bytes.size()));
+        REQUIRE(result == m_Model.Send(Address(client), bytes));
         CheckErrorState();
     }
 
@@ -117,7 +130,10 @@ private:
         REQUIRE(MQTTProtocol_dwErrorCode == m_Model.errorCode);
     }
 
-    // Listing the pool is an operation of its own: the model takes over the error state it leaves.
+    // Counts change only with the model's, and only a Delete resets them, so a count that went wrong
+    // is still wrong before the next Delete and at the end: listing the pool there, rather than after
+    // every step, finds it at a fraction of the cost. Listing is an operation of its own: the model
+    // takes over the error state it leaves.
     void CheckReadyCounts()
     {
         const auto counts = mqtttest::ReadyCounts(kPoolCount);
@@ -129,17 +145,22 @@ private:
     }
 
     reference::Framing m_Model;
+    int m_Inserts = 0;
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    static const bool started =
-        MQTTProtocol_Parse_Init(kPoolCount) && MQTTProtocol_Parse_BodyMode(MQTTPROTOCOL_BODY_COMPACT);
-    REQUIRE(started);
+    static const bool compact = MQTTProtocol_Parse_BodyMode(MQTTPROTOCOL_BODY_COMPACT);
+    // A fresh pool for every input: an address inserted more often than deleted keeps pool entries
+    // that no later Delete reaches, and they would carry one input's state into the next.
+    REQUIRE(compact && MQTTProtocol_Parse_Init(kPoolCount));
     mqttfuzz::InputReader in(data, size);
-    Script script;
-    while (!in.Empty()) script.Step(in);
+    {
+        Script script;
+        while (!in.Empty()) script.Step(in);
+    }
+    MQTTProtocol_Parse_Destory();
     return 0;
 }

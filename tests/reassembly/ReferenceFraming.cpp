@@ -43,9 +43,25 @@ bool Framing::Send(const std::string& address, const Bytes& data)
     return Packet(session, data.data(), size);
 }
 
+// One call per packet, each on what follows the one before, as if nested: only the first call's result
+// is the piece's. A loop rather than nesting, so that a long piece of small packets needs no deep stack.
 bool Framing::Packet(Session& session, const uint8_t* data, int size)
 {
+    int cut = 0;
+    const bool result = CutFirst(session, data, size, cut);
+    while (cut > 0 && cut < size) {
+        data += cut;
+        size -= cut;
+        CutFirst(session, data, size, cut);
+    }
+    return result;
+}
+
+// Cuts the first packet of data; cut is its size when it was queued whole, otherwise 0.
+bool Framing::CutFirst(Session& session, const uint8_t* data, int size, int& cut)
+{
     Clear();
+    cut = 0;
     Record record;
     if (size < 4) {
         if (size == 2 && (data[0] >> 4) == 12 && data[1] == 0) {
@@ -85,7 +101,7 @@ bool Framing::Packet(Session& session, const uint8_t* data, int size)
     if ((type == 8 || type == 10) && (data[0] & 0x0F) != 2) return Fail(MQTTPROTOCOL_ERR_PARSE_HDRFLAGS);
     session.queue.push_back(record);
     session.ready++;
-    if (record.pktLen < size) Packet(session, data + record.pktLen, size - record.pktLen);
+    cut = record.pktLen;
     return true;
 }
 

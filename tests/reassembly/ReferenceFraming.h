@@ -55,6 +55,7 @@ private:
     };
 
     bool Packet(Session& session, const uint8_t* data, int size);
+    bool CutFirst(Session& session, const uint8_t* data, int size, int& cut);
     bool Build(Session& session, const uint8_t* data, int size);
     bool ParseLength(const uint8_t* data, int size, int* length, int* headerSize);
     void Clear() { errorFlag = false; }
