@@ -164,9 +164,12 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  *   What it frees a host from: 10 MiB of address space and a mapping per packet, the ceiling of
  *   65,530 mappings, and the unmapping on free. Choose it for any new host; stay with block mode only
  *   where code reads bodies beyond their length.
- * In both modes a packet still arriving waits in a buffer of its own size, never in a block, and a
- * large packet's body bytes go straight to where they will be delivered from: in compact mode the
- * buffer becomes the delivered block itself, so the body is copied once.
+ * In both modes a packet still arriving waits in a buffer of its own, never in a block. The buffer
+ * grows with the bytes that arrive, not with the size the header announces: a packet of up to 64 KiB
+ * gets its full size at once, a larger one starts at 64 KiB and doubles as its bytes come, so a client
+ * that stalls mid-packet holds at most twice what it sent, and 64 KiB at least. The piece that
+ * completes the packet goes straight to where the body is delivered from: in compact mode the buffer
+ * becomes the delivered block itself.
  * What block mode does to the host process. So that a block costs about 14 us (fresh pages from the
  * kernel) rather than about 120 us (the allocator clearing 10 MiB), the library calls glibc's
  * mallopt(M_MMAP_THRESHOLD, MQTTPROTOCOL_PACKET_BLOCK_SIZE) and mallopt(M_MMAP_MAX, INT_MAX) once,
@@ -213,7 +216,7 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  *   short PINGREQ  true          true          nothing (null)                            0            2
  *   body partial   true          false         the body bytes so far at its start and    bytes held   packet size
  *                                              the fixed header's size in its last byte,
- *                                              in a buffer of the packet's size
+ *                                              in a buffer that grows with the bytes
  *   short partial  false         false         the 0 to 3 bytes so far, in 3 bytes      bytes held   4
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct
@@ -479,7 +482,7 @@ MQTTPROTOCOL_API bool MQTTProtocol_Parse_Delete(const char* lpszClientAddr);
  * - A whole SUBSCRIBE or UNSUBSCRIBE whose flags are not 2 is refused with MQTTPROTOCOL_ERR_PARSE_HDRFLAGS
  *   (flags are checked once the packet is whole), and a remaining length above
  *   MQTTPROTOCOL_PACKET_BLOCK_SIZE with MQTTPROTOCOL_ERR_PARSE_LENGTH as soon as it is decoded; so is a
- *   packet whose block or buffer cannot be allocated (MQTTPROTOCOL_ERR_PARSE_MALLOC). The refused
+ *   packet whose block or buffer cannot be allocated or grown (MQTTPROTOCOL_ERR_PARSE_MALLOC). The refused
  *   packet and everything after it in its input are dropped; what was queued before it stays.
  * The result is false only when the refused packet is the first of a piece given while no packet
  * waits (nothing of the piece is queued). Otherwise Send returns true with MQTTProtocol_IsErrorOccur
