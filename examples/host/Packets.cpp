@@ -109,7 +109,7 @@ std::string ConnackPacket(unsigned char reason, const PropertyList& properties)
 {
     auto scratch = properties.Copy();
     return Wrapped(kConnack, 0, 2 + kBlockRoom, [&](char* body, int* length) {
-        MQTTProtocol_Packet_REPConnect(body, length, 0, reason, scratch.List(), scratch.Count());
+        MQTTProtocol_Packet_REPConnect(body, length, 0, reason, scratch.Get(), scratch.Count());
     });
 }
 
@@ -120,7 +120,7 @@ std::string PublishPacket(const std::string& topic, std::string_view payload, in
     const auto flags = static_cast<unsigned char>(qos << 1 | (retain ? 1 : 0));
     return Wrapped(kPublish, flags, 4 + topic.size() + kBlockRoom + payload.size(), [&](char* body, int* length) {
         MQTTProtocol_Packet_REQPublish(body, length, topic.c_str(), payload.data(), static_cast<int>(payload.size()),
-                                       id, scratch.List(), scratch.Count());
+                                       id, scratch.Get(), scratch.Count());
     });
 }
 
@@ -165,7 +165,7 @@ std::string DisconnectPacket(unsigned char reason)
     properties.AddString(kReasonString, ReasonName(reason));
     auto scratch = properties.Copy();
     return Wrapped(kDisconnect, 0, 2 + kBlockRoom, [&](char* body, int* length) {
-        MQTTProtocol_Packet_DisConnect(body, length, reason, scratch.List(), scratch.Count());
+        MQTTProtocol_Packet_DisConnect(body, length, reason, scratch.Get(), scratch.Count());
     });
 }
 
@@ -213,7 +213,7 @@ unsigned char DecodeConnect(const char* body, int length, Connect& out)
     MQTTPROTOCOL_HDRCONNNECT header{};
     MQTTPROTOCOL_USERINFO user{};
     DecodedProperties ignored;
-    if (!MQTTProtocol_Parse_Connect(body, length, &header, &user, ignored.List(), ignored.Count())) {
+    if (!MQTTProtocol_Parse_Connect(body, length, &header, &user, ignored.ListOut(), ignored.CountOut())) {
         return kUnsupportedProtocolVersion;
     }
     out.clientId.assign(user.tszClientID, idLength);
@@ -239,7 +239,7 @@ bool DecodeConnack(const char* body, int length, unsigned char& reason)
         return false;
     }
     DecodedProperties properties;
-    return MQTTProtocol_Parse_Connack(body, length, &reason, properties.List(), properties.Count());
+    return MQTTProtocol_Parse_Connack(body, length, &reason, properties.ListOut(), properties.CountOut());
 }
 
 bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length, Publish& out)
@@ -265,7 +265,7 @@ bool DecodePublish(MQTTPROTOCOL_FIXEDHEADER header, const char* body, int length
     int payloadLength = 0;  // left alone by the decoder when there is no payload
     DecodedProperties ignored;
     MQTTProtocol_Parse_Publish(body, length, &qosOnly, out.topic.data(), &out.id, out.payload.data(), &payloadLength,
-                               ignored.List(), ignored.Count());
+                               ignored.ListOut(), ignored.CountOut());
     out.topic.resize(topicLength);
     out.payload.resize(static_cast<std::size_t>(payloadLength));
     for (const auto& property : properties) {
@@ -290,7 +290,7 @@ bool DecodeAck(const char* body, int length, Ack& out)
         return false;
     }
     DecodedProperties properties;
-    MQTTProtocol_Parse_Puback(body, length, &out.reason, &out.id, properties.List(), properties.Count());
+    MQTTProtocol_Parse_Puback(body, length, &out.reason, &out.id, properties.ListOut(), properties.CountOut());
     // A two-byte body is the standard's short form of reason 0x00; the library reads the byte
     // behind the body as the reason code instead.
     if (length == 2) {
@@ -309,7 +309,7 @@ bool DecodeSubscriptionAck(const char* body, int length, Ack& out)
     // The library's SUBACK decoder takes the property length from the identifier's first byte.
     // SUBACK and UNSUBACK share one layout, and the UNSUBACK decoder reads it where it is.
     DecodedProperties properties;
-    return MQTTProtocol_Parse_UNSuback(body, length, &out.reason, &out.id, properties.List(), properties.Count());
+    return MQTTProtocol_Parse_UNSuback(body, length, &out.reason, &out.id, properties.ListOut(), properties.CountOut());
 }
 
 namespace {
@@ -344,8 +344,8 @@ bool DecodeSubscribe(const char* body, int length, Subscription& out)
     }
     out.filter.assign(std::max(filterLength, 1U), '\0');
     DecodedProperties properties;
-    MQTTProtocol_Parse_Subscribe(body, length, &out.id, out.filter.data(), &out.options, properties.List(),
-                                 properties.Count());
+    MQTTProtocol_Parse_Subscribe(body, length, &out.id, out.filter.data(), &out.options, properties.ListOut(),
+                                 properties.CountOut());
     out.filter.resize(filterLength);
     return true;
 }
@@ -358,7 +358,7 @@ bool DecodeUnsubscribe(const char* body, int length, Subscription& out)
     }
     out.filter.assign(std::max(filterLength, 1U), '\0');
     DecodedProperties properties;
-    MQTTProtocol_Parse_UNSubcribe(body, length, &out.id, out.filter.data(), properties.List(), properties.Count());
+    MQTTProtocol_Parse_UNSubcribe(body, length, &out.id, out.filter.data(), properties.ListOut(), properties.CountOut());
     out.filter.resize(filterLength);
     return true;
 }
@@ -376,7 +376,7 @@ unsigned char DecodeDisconnect(const char* body, int length)
     }
     unsigned char reason = 0;
     DecodedProperties properties;
-    MQTTProtocol_Parse_Disconnect(body, length, &reason, properties.List(), properties.Count());
+    MQTTProtocol_Parse_Disconnect(body, length, &reason, properties.ListOut(), properties.CountOut());
     return reason;
 }
 

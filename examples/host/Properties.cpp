@@ -174,14 +174,6 @@ bool PropertyList::AddWireValue(unsigned char id, std::string_view value)
     return AddRecord(record);
 }
 
-PropertyList::Scratch::Scratch(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& records) : copies_(records)
-{
-    for (auto& copy : copies_) {
-        pointers_.push_back(&copy);
-    }
-    array_ = pointers_.data();
-}
-
 std::uint32_t WireProperty::Integer() const
 {
     if (ShapeOf(id) != Shape::VariableInteger) {

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <MQTTProtocol.h>
+#include <MQTTWire.h>
 
 #include <cstdint>
 #include <optional>
@@ -53,19 +54,12 @@ public:
     int BlockSize() const { return blockSize_; }  // the property bytes, without the length byte
 
     // Fresh copies of the records in the shape the builders take.
-    class Scratch
+    mqttwire::PropertyList Copy() const
     {
-    public:
-        explicit Scratch(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& records);
-        MQTTPROTOCOL_HDRPROPERTY*** List() { return &array_; }
-        int Count() const { return static_cast<int>(copies_.size()); }
-
-    private:
-        std::vector<MQTTPROTOCOL_HDRPROPERTY> copies_;
-        std::vector<MQTTPROTOCOL_HDRPROPERTY*> pointers_;
-        MQTTPROTOCOL_HDRPROPERTY** array_ = nullptr;
-    };
-    Scratch Copy() const { return Scratch(records_); }
+        mqttwire::PropertyList copy;
+        copy.records = records_;
+        return copy;
+    }
 
 private:
     bool AddRecord(const MQTTPROTOCOL_HDRPROPERTY& record);
@@ -76,21 +70,7 @@ private:
 
 // A property list made by a library decoder, released through the Keel allocator. The hosts never
 // read it (see above): they only give the decoders somewhere to put it.
-class DecodedProperties
-{
-public:
-    DecodedProperties() = default;
-    DecodedProperties(const DecodedProperties&) = delete;
-    DecodedProperties& operator=(const DecodedProperties&) = delete;
-    ~DecodedProperties() { Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list_), count_); }
-
-    MQTTPROTOCOL_HDRPROPERTY*** List() { return &list_; }
-    int* Count() { return &count_; }
-
-private:
-    MQTTPROTOCOL_HDRPROPERTY** list_ = nullptr;
-    int count_ = 0;
-};
+using DecodedProperties = mqttwire::DecodedProperties;
 
 // One received property: its identifier and its value's bytes as on the wire.
 struct WireProperty

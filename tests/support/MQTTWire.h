@@ -54,6 +54,7 @@ inline Bytes Wire(uint8_t first, const Bytes& body)
 
 // A property list to give to a builder, or to compare a decoded one with: the records owned here,
 // handed out as the address of an array of record pointers in wire order, as builders take them.
+// Builders swap two- and four-byte values to network order in place: give a list to one build only.
 struct PropertyList
 {
     std::vector<MQTTPROTOCOL_HDRPROPERTY> records;
@@ -114,6 +115,9 @@ struct DecodedProperties
     ~DecodedProperties() { Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), count); }
 
     const MQTTPROTOCOL_HDRPROPERTY& operator[](int i) const { return *list[i]; }
+    // The two outs a decoder takes.
+    MQTTPROTOCOL_HDRPROPERTY*** ListOut() { return &list; }
+    int* CountOut() { return &count; }
 
     // Identifier, width and all 260 value bytes of each record equal the expected list's. An empty
     // expectation means the decoder left both outs as they were.
