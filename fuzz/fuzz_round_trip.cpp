@@ -103,7 +103,7 @@ int Build(int family, InputReader& in, PropertyList& properties, std::vector<cha
         publishFlags = static_cast<uint8_t>((in.Byte() % 3) << 1);
         want.identifier = publishFlags == 0 ? 0 : NonZeroIdentifier(in);
         std::vector<char> payload(in.Byte() * 16u);
-        in.CopyOut(payload.data(), payload.size());
+        if (!payload.empty()) in.CopyOut(payload.data(), payload.size());
         REQUIRE(MQTTProtocol_Packet_REQPublish(out, &bodyLen, topic.c_str(), payload.data(),
                                                static_cast<int>(payload.size()), want.identifier, props, count));
         want.payload = payload;
