@@ -1,6 +1,6 @@
 // Input classes behind the published parser vulnerabilities of other MQTT implementations: nothing is
 // read or written outside what the library was given or allocated. Length fields that run past a
-// body are the body-mode differential's (frame/BodyMode_test.cpp) and the decoder harness's.
+// body are the decoder harness's (fuzz/fuzz_decoders.cpp), which reads each body in both body modes.
 #include "reassembly/ReceiveSupport.h"
 
 #include <climits>

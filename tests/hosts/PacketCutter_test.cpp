@@ -78,21 +78,4 @@ TEST(PacketBoundaries, ALengthOfFiveBytesIsMalformed)
     EXPECT_EQ(ends, std::vector<std::size_t>{2});
 }
 
-TEST(PacketCutter, KeepsAnUnfinishedPacketUntilItsLastByte)
-{
-    PacketCutter cutter(1024);
-    std::vector<std::string_view> packets;
-    cutter.Cut(kPublish.substr(0, 8), packets);
-    EXPECT_TRUE(packets.empty());
-    const std::string piece = kPublish.substr(8) + kPingreq + kDisconnect.substr(0, 1);
-    cutter.Cut(piece, packets);
-    ASSERT_EQ(packets.size(), 2U);
-    EXPECT_EQ(packets[0], kPublish);
-    EXPECT_EQ(packets[1], kPingreq);
-    packets.clear();
-    cutter.Cut(kDisconnect.substr(1), packets);
-    ASSERT_EQ(packets.size(), 1U);
-    EXPECT_EQ(packets[0], kDisconnect);
-}
-
 }  // namespace

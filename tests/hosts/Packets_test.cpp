@@ -38,12 +38,8 @@ TEST(Packets, PublishRoundTripsWithPropertiesAndRefusesBadBodies)
 {
     // Python paho's order: a User Property first, then Message Expiry Interval and a Topic Alias.
     const std::string userProperty("\x26\x00\x01k\x00\x02vv", 8);
-    const std::string body = std::string(
-                                 "\x00\x03"
-                                 "a/b"
-                                 "\x00\x09\x10",
-                                 8) +
-                             userProperty + std::string("\x02\x00\x00\x0E\x10\x23\x00\x01", 8) + "payload";
+    const std::string body = std::string("\x00\x03\x61/b\x00\x09\x10", 8) + userProperty +
+                             std::string("\x02\x00\x00\x0E\x10\x23\x00\x01", 8) + "payload";
     const Frame frame = Received(0x35, body);
     Publish publish;
     ASSERT_TRUE(DecodePublish(frame.header, frame.body.data(), frame.length, publish));
@@ -53,11 +49,7 @@ TEST(Packets, PublishRoundTripsWithPropertiesAndRefusesBadBodies)
     EXPECT_EQ(publish.messageExpiry, 3600U);
     EXPECT_TRUE(publish.hasTopicAlias);
     const std::string forwarded = PublishPacket("a/b", "payload", 2, 9, true, publish.properties);
-    EXPECT_EQ(forwarded.substr(2), std::string("\x00\x03"
-                                               "a/b"
-                                               "\x00\x09\x08",
-                                               8) +
-                                       userProperty + "payload")
+    EXPECT_EQ(forwarded.substr(2), std::string("\x00\x03\x61/b\x00\x09\x08", 8) + userProperty + "payload")
         << "the User Property goes on, the alias and the expiry do not";
 
     const std::string refused[] = {
@@ -124,13 +116,7 @@ TEST(Packets, SubackIsReadWhereItsFieldsAre)
 TEST(Packets, SubscribeCountsItsFiltersAndReadsTheFirst)
 {
     // mosquitto_sub -t a -t b/c: two filters in one SUBSCRIBE.
-    const std::string body(
-        "\x00\x07\x00\x00\x01"
-        "a"
-        "\x01\x00\x03"
-        "b/c"
-        "\x02",
-        13);
+    const std::string body("\x00\x07\x00\x00\x01\x61\x01\x00\x03\x62/c\x02", 13);
     Subscription subscription;
     ASSERT_TRUE(DecodeSubscribe(body.data(), static_cast<int>(body.size()), subscription));
     EXPECT_EQ(subscription.id, 7);

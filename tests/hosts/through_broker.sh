@@ -55,20 +55,6 @@ mosquitto_pub -V mqttv311 -h 127.0.0.1 -p "$PORT" -t a -m x >/dev/null 2>&1 && f
 grep -q "out .* CONNACK reason=0x84" "$WORK/trace" || fail "no CONNACK 0x84 for MQTT 3.1.1"
 echo "several filters refused with 0x83, MQTT 3.1.1 refused with 0x84"
 
-# A SUBSCRIBE whose flags are 0: the library refuses it, the broker closes that client alone.
-subscribe survivor "still/here" 0 1
-exec 3<>"/dev/tcp/127.0.0.1/$PORT"
-printf '\x10\x10\x00\x04MQTT\x05\x02\x00\x3c\x00\x00\x03bad' >&3            # CONNECT, client "bad"
-wait_for "$WORK/trace" "out .* bad CONNACK"
-printf '\x80\x09\x00\x01\x00\x00\x03a/b\x00' >&3                             # SUBSCRIBE, flags 0
-wait_for "$WORK/trace" "out .* bad DISCONNECT reason=0x81"
-wait_for "$WORK/trace" "net .* bad closed"
-exec 3>&-
-mosquitto_pub "${v5[@]}" -t still/here -m "alive"
-wait "$SUBSCRIBER" || fail "another client suffered from the malformed one"
-[[ $(cat "$WORK/survivor") == alive ]] || fail "the other client's message changed"
-echo "malformed SUBSCRIBE: that client closed, the others carry on"
-
 # The example client through the example broker, at every QoS.
 "$2" --port "$PORT" --id own-client --sub 'own/#' --pub own/x --qos 0 --message zero --qos 1 --message one \
     --qos 2 --message two >"$WORK/own" 2>&1 || fail "the example client failed: $(cat "$WORK/own")"

@@ -113,6 +113,7 @@ TEST(HopperPool, CountsPerAddressAndListsReadyOnesInInsertionOrder)
 TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
 {
     ScopedPool pool(2);
+    const HOPPER_HANDLE h = pool.handle;
     int index = 0;
     TAVRIN_HOPPER_TASKEVENT** events = nullptr;
     const std::string tooLong(128, 'x');
@@ -125,24 +126,17 @@ TEST(HopperPool, RefusesBadArgumentsWithTheirOwnCodes)
         uint64_t code;
     } cases[] = {
         {"pool count 0", [] { return Hopper_TaskPool_CreateEx(0) != nullptr; }, HOPPER_ERR_ARGUMENT},
-        {"index out of range", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 2, "a"); }, HOPPER_ERR_ARGUMENT},
-        {"negative index", [&] { return Hopper_TaskPool_WaitEventEx(pool.handle, -1, 0); }, HOPPER_ERR_ARGUMENT},
-        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, nullptr, &index); },
+        {"index out of range", [&] { return Hopper_TaskPool_AddrIncEx(h, 2, "a"); }, HOPPER_ERR_ARGUMENT},
+        {"negative index", [&] { return Hopper_TaskPool_WaitEventEx(h, -1, 0); }, HOPPER_ERR_ARGUMENT},
+        {"null address", [&] { return Hopper_TaskPool_AddrInsertEx(h, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
+        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(h, "a", nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"128-byte address", [&] { return Hopper_TaskPool_AddrInsertEx(h, tooLong.c_str(), &index); },
          HOPPER_ERR_ARGUMENT},
-        {"null index out", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, "a", nullptr); },
-         HOPPER_ERR_ARGUMENT},
-        {"128-byte address", [&] { return Hopper_TaskPool_AddrInsertEx(pool.handle, tooLong.c_str(), &index); },
-         HOPPER_ERR_ARGUMENT},
-        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, nullptr, &index); },
-         HOPPER_ERR_ARGUMENT},
-        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(pool.handle, 0, &events, nullptr); },
-         HOPPER_ERR_ARGUMENT},
-        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(pool.handle, 0, nullptr); },
-         HOPPER_ERR_ARGUMENT},
-        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, nullptr); },
-         HOPPER_ERR_ARGUMENT},
-        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(pool.handle, 0, "b"); },
-         HOPPER_ERR_NOTFOUND},
+        {"null list out", [&] { return Hopper_TaskPool_AddrGetEx(h, 0, nullptr, &index); }, HOPPER_ERR_ARGUMENT},
+        {"null count out", [&] { return Hopper_TaskPool_AddrGetEx(h, 0, &events, nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"null address counted", [&] { return Hopper_TaskPool_AddrIncEx(h, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"null address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(h, 0, nullptr); }, HOPPER_ERR_ARGUMENT},
+        {"unknown address deleted", [&] { return Hopper_TaskPool_AddrDeleteEx(h, 0, "b"); }, HOPPER_ERR_NOTFOUND},
         {"destroyed handle", [&] { return Hopper_TaskPool_AddrInsertEx(destroyed, "a", &index); }, HOPPER_ERR_HANDLE},
         {"null handle", [] { return Hopper_TaskPool_ActiveEventEx(nullptr, 0); }, HOPPER_ERR_HANDLE},
         {"destroy twice", [&] { return Hopper_TaskPool_DestoryEx(destroyed); }, HOPPER_ERR_HANDLE},
