@@ -140,4 +140,12 @@ int Framing::ReadyCount(const std::string& address) const
     return found == m_Sessions.end() ? 0 : found->second.ready;
 }
 
+int Framing::Missing(const std::string& address) const
+{
+    const auto found = m_Sessions.find(address);
+    if (found == m_Sessions.end() || found->second.queue.empty()) return 0;
+    const Record& last = found->second.queue.back();
+    return last.headerReady && !last.packetReady ? last.pktLen - last.msgLen : 0;
+}
+
 }  // namespace reference

@@ -46,6 +46,8 @@ public:
     // On success, the record handed out.
     bool Recv(const std::string& address, Record& delivered);
     int ReadyCount(const std::string& address) const;
+    // The bytes still missing from the packet the client has begun, once its header is in; else 0.
+    int Missing(const std::string& address) const;
 
 private:
     struct Session
