@@ -1,8 +1,8 @@
 // The receive path driven by a script: Insert / Send (pieces of the input in fuzzer-chosen sizes, zero
-// included) / Recv / Delete over a few client addresses, side by side with the reference model of the
-// tests. After every step the library must agree with the model: results, error flag and code, every
-// delivered record (first byte, body bytes, a block of exactly the body's size), and, before every
-// Delete and at the end, the pool's ready counts.
+// included, or a bulk of body) / Recv / Delete over a few client addresses, side by side with the
+// reference model of the tests (SideBySide). After every step the library must agree with the model:
+// results, error flag and code, every delivered record (first byte, body bytes, a block of exactly the
+// body's size), and, before every Delete and at the end, the pool's ready counts.
 // It runs in compact body mode: cutting, queueing and counting are the same in both modes, and only
 // compact blocks let the sanitizer see a read or write past a body (a 10 MiB block hides one, and
 // costs the sanitizer milliseconds). The unit tests run the same model in block mode.
@@ -10,15 +10,9 @@
 #include "FuzzSupport.h"
 
 #include "MQTTProtocol.h"
-#include "reassembly/AllocatedSize.h"
-#include "reassembly/PoolCounts.h"
-#include "reassembly/ReferenceFraming.h"
+#include "reassembly/SideBySide.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <map>
-
 #include <string>
 
 namespace {
@@ -32,13 +26,19 @@ const std::string& Address(int client)
     return addresses[client];
 }
 
+// A mismatch is a finding: say what differs, then abort so that libFuzzer and the replay runner both
+// report it with the input.
+void Report(const std::string& mismatch)
+{
+    mqttfuzz::Require(false, mismatch.c_str(), __LINE__);
+}
+
 class Script
 {
 public:
     ~Script()
     {
-        CheckReadyCounts();
-        for (int client = 0; client < kClientCount; client++) MQTTProtocol_Parse_Delete(Address(client).c_str());
+        for (int client = 0; client < kClientCount; client++) m_Sides.Delete(Address(client));
     }
 
     void Step(mqttfuzz::InputReader& in)
@@ -50,13 +50,13 @@ public:
             Insert(client);
             break;
         case 1:
-            Send(client, in);
+            m_Sides.Send(Address(client), Piece(client, in));
             break;
         case 2:
-            Recv(client);
+            m_Sides.Recv(Address(client));
             break;
         default:
-            Delete(client);
+            m_Sides.Delete(Address(client));
             break;
         }
     }
@@ -69,89 +69,28 @@ private:
 
     void Insert(int client)
     {
-        if (++m_Inserts > kMaxInserts) return;
-        REQUIRE(MQTTProtocol_Parse_Insert(Address(client).c_str()));
-        m_Model.Insert(Address(client));
-        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
+        if (++m_Inserts <= kMaxInserts) m_Sides.Insert(Address(client));
     }
 
-    void Delete(int client)
-    {
-        CheckReadyCounts();
-        REQUIRE(MQTTProtocol_Parse_Delete(Address(client).c_str()));
-        m_Model.Delete(Address(client));
-        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
-    }
-
-    void Send(int client, mqttfuzz::InputReader& in)
+    reference::Bytes Piece(int client, mqttfuzz::InputReader& in)
     {
         const uint16_t control = in.U16();
-        reference::Bytes bytes;
-        if (control >> 11 == 31) {
-            // A bulk: up to 512 KiB of body for the packet the client has begun, and never more, so
-            // that packets of more than 64 KiB arrive and their buffers grow, as no input this short
-            // could carry. (Repeating the fuzzer's bytes instead would as often make a hundred thousand
-            // small packets, which cost most of the fuzzing time and reach nothing new.) Its bytes count
-            // modulo 251, so that a byte the library copies to a wrong place shows.
-            const int size = std::min((control % 2048 + 1) * 256, m_Model.Missing(Address(client)));
-            for (int at = 0; at < size; at++) bytes.push_back(static_cast<uint8_t>(at % 251));
-        } else {
+        if (control >> 11 != 31) {
             const uint8_t* piece = in.Rest();
-            bytes.assign(piece, piece + in.Take(control % 2048));
+            return reference::Bytes(piece, piece + in.Take(control % 2048));
         }
-        const bool result = MQTTProtocol_Parse_Send(Address(client).c_str(),
-                                                    reinterpret_cast<const char*>(bytes.data()),
-                                                    static_cast<int>(bytes.size()));
-        REQUIRE(result == m_Model.Send(Address(client), bytes));
-        CheckErrorState();
+        // A bulk: up to 512 KiB of body for the packet the client has begun, and never more, so that
+        // packets of more than 64 KiB arrive and their buffers grow, as no input this short could
+        // carry. (Repeating the fuzzer's bytes instead would as often make a hundred thousand small
+        // packets, which cost most of the fuzzing time and reach nothing new.) Its bytes count modulo
+        // 251, so that a byte the library copies to a wrong place shows.
+        const int size = std::min((control % 2048 + 1) * 256, m_Sides.Model().Missing(Address(client)));
+        reference::Bytes bulk(static_cast<size_t>(size));
+        for (int at = 0; at < size; at++) bulk[static_cast<size_t>(at)] = static_cast<uint8_t>(at % 251);
+        return bulk;
     }
 
-    void Recv(int client)
-    {
-        MQTTPROTOCOL_FIXEDHEADER header{};
-        char* body = nullptr;
-        int length = -1;
-        const int readyBefore = m_Model.ReadyCount(Address(client));
-        const bool result = MQTTProtocol_Parse_Recv(Address(client).c_str(), &header, &body, &length);
-        reference::Record expected;
-        REQUIRE(result == m_Model.Recv(Address(client), expected));
-        CheckErrorState();
-        if (!result) return;
-        REQUIRE(readyBefore > 0);  // never more deliveries than packets counted ready
-        uint8_t first;
-        std::memcpy(&first, &header, 1);
-        REQUIRE(first == expected.first && (body != nullptr) == expected.hasBlock);
-        REQUIRE(length == static_cast<int>(expected.bytes.size()) && length <= MQTTPROTOCOL_PACKET_BLOCK_SIZE);
-        if (body != nullptr) {
-            REQUIRE(length == 0 || std::memcmp(body, expected.bytes.data(), expected.bytes.size()) == 0);
-#ifdef MQTTTEST_KNOWS_ALLOCATED_SIZE
-            REQUIRE(__sanitizer_get_allocated_size(body) == static_cast<size_t>(length > 0 ? length : 1));
-#endif
-        }
-        std::free(body);
-    }
-
-    void CheckErrorState()
-    {
-        REQUIRE(MQTTProtocol_IsErrorOccur == m_Model.errorFlag);
-        REQUIRE(MQTTProtocol_dwErrorCode == m_Model.errorCode);
-    }
-
-    // Counts change only with the model's, and only a Delete resets them, so a count that went wrong
-    // is still wrong before the next Delete and at the end: listing the pool there, rather than after
-    // every step, finds it at a fraction of the cost. Listing is an operation of its own: the model
-    // takes over the error state it leaves.
-    void CheckReadyCounts()
-    {
-        const auto counts = mqtttest::ReadyCounts(kPoolCount);
-        for (int client = 0; client < kClientCount; client++) {
-            const auto found = counts.find(Address(client));
-            REQUIRE((found == counts.end() ? 0 : found->second) == m_Model.ReadyCount(Address(client)));
-        }
-        m_Model.Sync(MQTTProtocol_IsErrorOccur, MQTTProtocol_dwErrorCode);
-    }
-
-    reference::Framing m_Model;
+    mqtttest::SideBySide m_Sides{kPoolCount, Report};
     int m_Inserts = 0;
 };
 

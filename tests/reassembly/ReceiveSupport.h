@@ -3,13 +3,9 @@
 #pragma once
 
 #include "TestSupport.h"
-#include "frame/BodyMode.h"
-#include "reassembly/AllocatedSize.h"
-#include "reassembly/PoolCounts.h"
+#include "reassembly/SideBySide.h"
 
-#include <algorithm>
 #include <atomic>
-#include <map>
 
 namespace mqtttest {
 
@@ -55,39 +51,11 @@ struct Session
     std::string address;
 };
 
-// One packet as Recv handed it out, its body copied and its block freed. Asked to, it reads the whole
-// block (a smaller one shows under the sanitizers) and checks that it is zero beyond the body.
-struct Taken
-{
-    bool ok = false;
-    uint8_t first = 0;
-    bool hasBody = false;
-    Bytes body;
-    bool zeroBeyondBody = true;
-};
-
+// One packet as Recv handed it out (see TakeOut), its block checked to be the mode's size.
 inline Taken Take(const char* address, bool checkWholeBlock = false)
 {
-    Taken taken;
-    MQTTPROTOCOL_FIXEDHEADER header{};
-    char* body = nullptr;
-    int length = -1;
-    taken.ok = MQTTProtocol_Parse_Recv(address, &header, &body, &length);
-    if (!taken.ok) return taken;
-    taken.first = static_cast<uint8_t>(header.byMsgType << 4 | header.byMsgFlag);
-    taken.hasBody = body != nullptr;
-    if (body != nullptr) {
-#ifdef MQTTTEST_KNOWS_ALLOCATED_SIZE
-        // The sanitizer's allocator knows the size asked for: a compact block is exactly the body.
-        const size_t expectedSize =
-            mqttprotocol::CompactBodies() ? std::max(length, 1) : MQTTPROTOCOL_PACKET_BLOCK_SIZE;
-        EXPECT_EQ(__sanitizer_get_allocated_size(body), expectedSize);
-#endif
-        taken.body = ToBytes(body, length);
-        taken.zeroBeyondBody = !checkWholeBlock || std::all_of(body + length, body + MQTTPROTOCOL_PACKET_BLOCK_SIZE,
-                                                               [](char byte) { return byte == 0; });
-    }
-    std::free(body);
+    Taken taken = TakeOut(address, checkWholeBlock);
+    EXPECT_TRUE(taken.blockSized) << "a block of the wrong size";
     return taken;
 }
 
