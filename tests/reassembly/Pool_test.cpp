@@ -4,9 +4,7 @@
 
 namespace {
 
-class ReceivePool : public mqtttest::ReceiveTest
-{
-};
+using ReceivePool = mqtttest::ReceiveTest;
 
 TEST(ReceivePoolLifetime, FailedInitLeavesNoHandleAndThePoolsCode)
 {

@@ -7,9 +7,7 @@ using mqtttest::Bytes;
 using mqtttest::Take;
 using mqtttest::Wire;
 
-class ReceiveSession : public mqtttest::ReceiveTest
-{
-};
+using ReceiveSession = mqtttest::ReceiveTest;
 
 TEST_F(ReceiveSession, DeleteFreesWhatIsQueuedAndForgetsTheAddress)
 {
