@@ -78,26 +78,6 @@ TEST(InboundQos2, ARepeatedPublishIsNotRoutedTwice)
     EXPECT_TRUE(inbound.Begin(7));
 }
 
-TEST(RetainedMessages, KeepsTheLastOfEachTopicWithinItsLimitsUntilItExpires)
-{
-    const std::size_t weight = Made("a/1", "old")->Size();
-    RetainedMessages retained(3, 3 * weight);
-    EXPECT_TRUE(retained.Store(Made("a/1", "old")));
-    EXPECT_TRUE(retained.Store(Made("a/1", "new")));
-    EXPECT_TRUE(retained.Store(Made("a/2", "two")));
-    EXPECT_TRUE(retained.Store(Made("b/1", "one")));
-    EXPECT_FALSE(retained.Store(Made("b/2", "two"))) << "a fourth topic passes the count";
-    EXPECT_FALSE(retained.Store(Made("a/2", "longer"))) << "a longer message passes the bytes";
-    auto matching = retained.Matching("a/+");
-    ASSERT_EQ(matching.size(), 2U);
-    EXPECT_EQ(matching[0]->payload, "new");
-    EXPECT_EQ(matching[1]->payload, "two");
-    EXPECT_TRUE(retained.Store(Made("a/2", "")));
-    EXPECT_TRUE(retained.Store(Made("c", "gone", 0))) << "an expiry of 0 s has passed at once";
-    EXPECT_EQ(retained.Matching("#").size(), 2U);
-    EXPECT_TRUE(retained.Store(Made("d", "d"))) << "the expired message left room";
-}
-
 TEST(Message, GoesOutWithEachSubscribersIdentifierFlagsAndRemainingExpiry)
 {
     const auto now = Clock::now();
