@@ -1,6 +1,5 @@
 // The library's framing and delivery against the reference model, call by call (SideBySide), over
 // random streams in random pieces and over named streams cut every way.
-#include "frame/BodyMode.h"
 #include "reassembly/ReceiveSupport.h"
 
 #include <vector>
@@ -10,51 +9,28 @@ namespace {
 using mqtttest::Bytes;
 using mqtttest::Wire;
 
-// A few clients through the library and the model side by side, compared after every call.
-class Clients
+// A few clients through the library and the model side by side, ready counts compared after every
+// call.
+struct Clients : mqtttest::SideBySide
 {
-public:
-    explicit Clients(int count) : m_Sides(mqtttest::ReceiveTest::kPoolCount, [](const std::string& mismatch) {
-        ADD_FAILURE() << mismatch;
-    })
+    explicit Clients(int count)
+        : SideBySide(mqtttest::ReceiveTest::kPoolCount, [](const std::string& mismatch) { ADD_FAILURE() << mismatch; },
+                     kAfterEveryCall)
     {
-        for (int i = 0; i < count; i++) {
-            m_Addresses.push_back(mqtttest::FreshAddress("differential"));
-            m_Sides.Insert(m_Addresses.back());
-        }
+        for (int i = 0; i < count; i++) Insert(addresses.emplace_back(mqtttest::FreshAddress("differential")));
     }
     ~Clients()
     {
-        for (const std::string& address : m_Addresses) m_Sides.Delete(address);
+        for (const std::string& address : addresses) Delete(address);
     }
-
-    void Send(int client, const Bytes& piece)
-    {
-        m_Sides.Send(m_Addresses[client], piece);
-        m_Sides.CompareReadyCounts();
-    }
-
-    // Reads every 64th block whole in block mode, where a block is 10 MiB.
-    bool Recv(int client)
-    {
-        const bool checkWholeBlock = ++m_Deliveries % 64 == 0 && !mqttprotocol::CompactBodies();
-        const bool taken = m_Sides.Recv(m_Addresses[client], checkWholeBlock);
-        m_Sides.CompareReadyCounts();
-        return taken;
-    }
-
     void Drain(int client)
     {
-        while (Recv(client) && !::testing::Test::HasFailure()) {
+        while (Recv(addresses[client]) && !::testing::Test::HasFailure()) {
         }
     }
+    int Count() const { return static_cast<int>(addresses.size()); }
 
-    int Count() const { return static_cast<int>(m_Addresses.size()); }
-
-private:
-    mqtttest::SideBySide m_Sides;
-    std::vector<std::string> m_Addresses;
-    int m_Deliveries = 0;
+    std::vector<std::string> addresses;
 };
 
 // Random streams: every packet type, PINGREQs, two- and three-byte packets, bad SUBSCRIBE and
@@ -182,11 +158,11 @@ TEST_P(ReceiveDifferential, RandomStreamsInRandomPiecesMatchTheReferenceModel)
             for (int turn = 0; turn < sides.Count() && !sent; turn++) {
                 const int client = (first + turn) % sides.Count();
                 if (next[client] == pieces[client].size()) continue;
-                sides.Send(client, pieces[client][next[client]++]);
+                sides.Send(sides.addresses[client], pieces[client][next[client]++]);
                 sent = true;
             }
             for (int takes = maker.Chance(40) ? maker.Between(1, 3) : 0; takes > 0; takes--) {
-                sides.Recv(maker.Between(0, sides.Count() - 1));
+                sides.Recv(sides.addresses[maker.Between(0, sides.Count() - 1)]);
             }
         }
         for (int client = 0; client < sides.Count(); client++) sides.Drain(client);
@@ -224,7 +200,7 @@ void RunPieces(const std::vector<Bytes>& pieces)
 {
     Clients sides(1);
     for (const Bytes& piece : pieces) {
-        sides.Send(0, piece);
+        sides.Send(sides.addresses[0], piece);
         sides.Drain(0);
         if (::testing::Test::HasFailure()) return;
     }
