@@ -17,7 +17,6 @@ public:
 
     uint8_t Byte() { return m_Offset < m_Size ? m_Data[m_Offset++] : 0; }
     uint16_t U16() { return static_cast<uint16_t>(Byte() << 8 | Byte()); }
-    int IntBelow(int bound) { return bound <= 0 ? 0 : static_cast<int>(U16() % static_cast<unsigned>(bound)); }
     bool Empty() const { return m_Offset >= m_Size; }
     // The bytes not yet consumed.
     const uint8_t* Rest() const { return m_Data + (m_Offset < m_Size ? m_Offset : m_Size); }

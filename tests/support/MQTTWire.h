@@ -114,7 +114,6 @@ struct DecodedProperties
     DecodedProperties& operator=(const DecodedProperties&) = delete;
     ~DecodedProperties() { Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), count); }
 
-    const MQTTPROTOCOL_HDRPROPERTY& operator[](int i) const { return *list[i]; }
     // The two outs a decoder takes.
     MQTTPROTOCOL_HDRPROPERTY*** ListOut() { return &list; }
     int* CountOut() { return &count; }
