@@ -28,10 +28,7 @@ const std::string& Address(int client)
 
 // A mismatch is a finding: say what differs, then abort so that libFuzzer and the replay runner both
 // report it with the input.
-void Report(const std::string& mismatch)
-{
-    mqttfuzz::Require(false, mismatch.c_str(), __LINE__);
-}
+void Report(const std::string& mismatch) { mqttfuzz::Require(false, mismatch.c_str(), __LINE__); }
 
 class Script
 {

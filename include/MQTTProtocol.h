@@ -221,13 +221,12 @@ MQTTPROTOCOL_STATIC_ASSERT(sizeof(MQTTPROTOCOL_HDRSUBSCRIBE) == 1, "the subscrip
  * The packet size is the first byte, the remaining-length bytes and the body together. */
 typedef struct
 {
-    MQTTPROTOCOL_FIXEDHEADER
-        st_FixedHeader;  /**< the first byte; zero in a short partial unless two bytes came at once */
-    char* ptszMsgBuffer; /**< see the forms above */
-    int nMsgLen;         /**< bytes of ptszMsgBuffer in use */
-    int nPktLen;         /**< the packet's size, or 4 while its fixed header waits */
-    bool bHeaderReady;   /**< the fixed header is decoded: nPktLen is the packet's size */
-    bool bPacketReady;   /**< the packet is whole and may be handed out */
+    MQTTPROTOCOL_FIXEDHEADER st_FixedHeader; /**< the first byte; in a short partial 0, unless two bytes came at once */
+    char* ptszMsgBuffer;                     /**< see the forms above */
+    int nMsgLen;                             /**< bytes of ptszMsgBuffer in use */
+    int nPktLen;                             /**< the packet's size, or 4 while its fixed header waits */
+    bool bHeaderReady;                       /**< the fixed header is decoded: nPktLen is the packet's size */
+    bool bPacketReady;                       /**< the packet is whole and may be handed out */
 } MQTTPROTOCOL_MSGBUFFER;
 
 #ifdef __cplusplus

@@ -358,7 +358,8 @@ bool DecodeUnsubscribe(const char* body, int length, Subscription& out)
     }
     out.filter.assign(std::max(filterLength, 1U), '\0');
     DecodedProperties properties;
-    MQTTProtocol_Parse_UNSubcribe(body, length, &out.id, out.filter.data(), properties.ListOut(), properties.CountOut());
+    MQTTProtocol_Parse_UNSubcribe(body, length, &out.id, out.filter.data(), properties.ListOut(),
+                                  properties.CountOut());
     out.filter.resize(filterLength);
     return true;
 }

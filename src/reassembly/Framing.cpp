@@ -76,7 +76,6 @@ bool EndsWithPendingPacket(const TAVRIN_MQTTPARSE& session)
     return !session.pStl_ListPacket->empty() && mqttprotocol::IsPending(session.pStl_ListPacket->back());
 }
 
-
 // A BodyPending buffer keeps the fixed header's size in its last byte, which the body never reaches.
 int CapacityOf(const MQTTPROTOCOL_MSGBUFFER& pending)
 {
@@ -84,7 +83,6 @@ int CapacityOf(const MQTTPROTOCOL_MSGBUFFER& pending)
 }
 int HeaderSizeOf(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.ptszMsgBuffer[CapacityOf(pending) - 1]; }
 int BodyBytesHeld(const MQTTPROTOCOL_MSGBUFFER& pending) { return pending.nMsgLen - HeaderSizeOf(pending); }
-
 
 // Cuts inputs for one session, whose lock the caller holds, and queues what it cuts.
 class Framer

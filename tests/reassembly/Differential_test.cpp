@@ -14,8 +14,9 @@ using mqtttest::Wire;
 struct Clients : mqtttest::SideBySide
 {
     explicit Clients(int count)
-        : SideBySide(mqtttest::ReceiveTest::kPoolCount, [](const std::string& mismatch) { ADD_FAILURE() << mismatch; },
-                     kAfterEveryCall)
+        : SideBySide(
+              mqtttest::ReceiveTest::kPoolCount, [](const std::string& mismatch) { ADD_FAILURE() << mismatch; },
+              kAfterEveryCall)
     {
         for (int i = 0; i < count; i++) Insert(addresses.emplace_back(mqtttest::FreshAddress("differential")));
     }

@@ -86,8 +86,10 @@ TEST_F(ReceiveFraming, CutsPiecesAsHostsMeetThem)
         {"two-byte DISCONNECT, then a PINGREQ", {{0xE0, 0x00}, {0xC0, 0x00}}, {{0xE0, {}}, {0xC0, {}, false}}, kEmpty},
         {"a body filling the whole block", {Wire(0x30, whole)}, {{0x30, whole}}, kEmpty},
         // Its buffer grows as the bytes come: pieces that end on, just past and far past each size.
-        {"a body filling the whole block, in pieces", Pieces(Concat({Wire(0x30, whole), {0xC0, 0x00}}),
-         {6, 65530, 1, 65536, 3000000}), {{0x30, whole}, {0xC0, {}, false}}, kEmpty},
+        {"a body filling the whole block, in pieces",
+         Pieces(Concat({Wire(0x30, whole), {0xC0, 0x00}}), {6, 65530, 1, 65536, 3000000}),
+         {{0x30, whole}, {0xC0, {}, false}},
+         kEmpty},
         {"bad SUBSCRIBE after a PUBLISH: the PUBLISH stays, the rest is lost",
          {Concat({Wire(0x30, Counting(7)), Wire(0x80, Counting(9)), Wire(0x30, Counting(3))})},
          {{0x30, Counting(7)}},

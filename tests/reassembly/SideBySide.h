@@ -38,7 +38,11 @@ public:
     // Only a Delete resets a ready count, so a count gone wrong is still wrong before the next Delete:
     // comparing there finds it at a fraction of the cost of comparing after every call, though not
     // when it went wrong.
-    enum Counts { kBeforeDelete, kAfterEveryCall };
+    enum Counts
+    {
+        kBeforeDelete,
+        kAfterEveryCall
+    };
 
     SideBySide(int poolCount, Report report, Counts counts = kBeforeDelete)
         : m_PoolCount(poolCount), m_Report(std::move(report)), m_Counts(counts)
