@@ -2,18 +2,12 @@
 // parts (bytes a HeaderPending record held, then the caller's piece).
 #pragma once
 
+#include "reassembly/PacketBlock.h"
+
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 namespace mqttprotocol {
-
-inline void CopyBytes(char* destination, const char* source, int count)
-{
-    if (count > 0) {
-        std::memcpy(destination, source, static_cast<size_t>(count));
-    }
-}
 
 // The bytes of one input: those a HeaderPending record held (0 to 3), then the caller's data. The
 // caller makes sure the two counts together fit an int.

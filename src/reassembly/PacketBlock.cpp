@@ -8,7 +8,6 @@
 #include <bit>
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <mutex>
 
 namespace mqttprotocol {
@@ -79,17 +78,15 @@ char* DeliverFromBuffer(char* buffer, int heldCount, const char* rest, int restC
         }
     } else {
         body = AllocateBlock();
-        if (body != nullptr && heldCount > 0) {
-            std::memcpy(body, buffer, static_cast<size_t>(heldCount));
+        if (body != nullptr) {
+            CopyBytes(body, buffer, heldCount);
         }
         std::free(buffer);
         if (body == nullptr) {
             return nullptr;
         }
     }
-    if (restCount > 0) {
-        std::memcpy(body + heldCount, rest, static_cast<size_t>(restCount));
-    }
+    CopyBytes(body + heldCount, rest, restCount);
     return body;
 }
 

@@ -3,7 +3,17 @@
 // the host frees it with free().
 #pragma once
 
+#include <cstring>
+
 namespace mqttprotocol {
+
+// Copies count bytes; none when count is 0 or less, where memcpy would be given an empty or null range.
+inline void CopyBytes(char* destination, const char* source, int count)
+{
+    if (count > 0) {
+        std::memcpy(destination, source, static_cast<size_t>(count));
+    }
+}
 
 // A block for a body of bodyLength bytes whose bytes the caller copies in; null when memory runs out.
 char* AllocateBody(int bodyLength);
