@@ -68,8 +68,8 @@ uint16_t NonZeroIdentifier(InputReader& in)
     return identifier == 0 ? 1 : identifier;
 }
 
-// Builds one family's body from the input and fills in what its decoder must hand out; returns the
-// decoder's number in mqttdecode::Dispatch.
+// Builds one family's body from the input and fills in what its decoder must hand out; returns that
+// decoder.
 int Build(int family, InputReader& in, PropertyList& properties, std::vector<char>& body, int& bodyLen,
           mqttdecode::Run& want, uint8_t& publishFlags)
 {
@@ -87,16 +87,16 @@ int Build(int family, InputReader& in, PropertyList& properties, std::vector<cha
         const std::string pass = Text(in, (header.byConnFlags & 0x40) ? want.user.tszClientPass : nullptr);
         REQUIRE(MQTTProtocol_Packet_REQConnect(out, &bodyLen, &header, id.c_str(), props, count, user.c_str(),
                                                pass.c_str()));
-        return 0;
+        return mqttdecode::kConnect;
     }
     case 1:  // the acknowledge flags go out and are dropped by the decoder
         want.reasonCode = in.Byte();
         REQUIRE(MQTTProtocol_Packet_REPConnect(out, &bodyLen, in.Byte() & 1, want.reasonCode, props, count));
-        return 1;
+        return mqttdecode::kConnack;
     case 2:
         want.reasonCode = in.Byte();
         REQUIRE(MQTTProtocol_Packet_DisConnect(out, &bodyLen, want.reasonCode, props, count));
-        return 8;
+        return mqttdecode::kDisconnect;
     case 3: {
         want.topic.resize(mqttdecode::kTopicCapacity);
         const std::string topic = Text(in, want.topic.data());
@@ -108,7 +108,7 @@ int Build(int family, InputReader& in, PropertyList& properties, std::vector<cha
                                                static_cast<int>(payload.size()), want.identifier, props, count));
         want.payload = payload;
         want.payloadLen = payload.empty() ? -1 : static_cast<int>(payload.size());
-        return 2;
+        return mqttdecode::kPublish;
     }
     case 4:
     case 7:
@@ -116,20 +116,20 @@ int Build(int family, InputReader& in, PropertyList& properties, std::vector<cha
         want.reasonCode = in.Byte();
         REQUIRE((family == 4 ? MQTTProtocol_Packet_REPPublish : MQTTProtocol_Packet_REPComm)(
             out, &bodyLen, want.identifier, want.reasonCode, props, count));
-        return family == 4 ? 3 : 7;  // PUBACK; UNSUBACK, which reads the wire layout
-    default: {                       // SUBSCRIBE (5) or UNSUBSCRIBE (6)
+        return family == 4 ? mqttdecode::kPuback : mqttdecode::kUnsuback;  // the latter reads the wire layout
+    default: {                                                             // SUBSCRIBE (5) or UNSUBSCRIBE (6)
         want.identifier = in.U16();
         want.topic.resize(mqttdecode::kTopicCapacity);
         const std::string filter = Text(in, want.topic.data());
         if (family == 6) {
             REQUIRE(MQTTProtocol_Packet_REQUNSubscribe(out, &bodyLen, want.identifier, filter.c_str(), props, count));
-            return 6;
+            return mqttdecode::kUnsubscribe;
         }
         const uint8_t options = in.Byte();
         std::memcpy(&want.options, &options, 1);
         REQUIRE(MQTTProtocol_Packet_REQSubscribe(out, &bodyLen, want.identifier, filter.c_str(), &want.options, props,
                                                  count));
-        return 4;
+        return mqttdecode::kSubscribe;
     }
     }
 }
@@ -151,9 +151,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     // Decoded at the start of a zeroed block, as delivery hands a body out.
     std::memcpy(block, body.data(), static_cast<size_t>(bodyLen));
-    const mqttdecode::Run got = mqttdecode::Decode(decoder, publishFlags, block, bodyLen);
+    const mqttdecode::Run got = mqttdecode::Decode(decoder, static_cast<uint8_t>(0x30 | publishFlags), block, bodyLen);
     want.result = true;
     want.payload.resize(static_cast<size_t>(bodyLen));
+    want.listReturned = sent.Count() > 0;
     want.propertyCount = sent.Count();
     want.properties = sent.records;
     REQUIRE(got == want);

@@ -1,5 +1,5 @@
 // Helpers of the unit tests on top of the shared packet helpers (support/MQTTWire.h): bodies as
-// builders write them and as the receive side hands them out, and decoded property lists checked.
+// builders write them and as the receive side hands them out, and seeded random choices.
 #pragma once
 
 #include "MQTTWire.h"
@@ -69,11 +69,5 @@ public:
 private:
     std::mt19937 m_Random;
 };
-
-// The decoded list holds the expected records (see DecodedProperties::Holds).
-inline void ExpectProperties(const DecodedProperties& decoded, const PropertyList& expected)
-{
-    EXPECT_TRUE(decoded.Holds(expected)) << "decoded " << decoded.count << " of " << expected.Count();
-}
 
 }  // namespace mqtttest

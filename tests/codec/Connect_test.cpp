@@ -1,5 +1,5 @@
 // The session's opening: CONNECT and CONNACK.
-#include "TestSupport.h"
+#include "codec/CodecSupport.h"
 
 using namespace mqtttest;
 
@@ -21,29 +21,11 @@ Bytes BuildConnect(MQTTPROTOCOL_HDRCONNNECT& header, const char* clientID, Prope
     });
 }
 
-// A CONNECT body decoded into a user record of '#' bytes, so that absent fields and missing
-// terminators show.
-struct DecodedConnect
-{
-    explicit DecodedConnect(const Bytes& bytes)
-    {
-        std::memset(&info, '#', sizeof(info));
-        const ReceivedBody body(bytes);
-        ok = MQTTProtocol_Parse_Connect(body.Data(), static_cast<int>(bytes.size()), &header, &info, &properties.list,
-                                        &properties.count);
-    }
-
-    bool ok;
-    MQTTPROTOCOL_HDRCONNNECT header{};
-    MQTTPROTOCOL_USERINFO info;
-    DecodedProperties properties;
-};
-
 // What a 260-byte field of the user record holds after a text was copied into it, or none (null).
 std::string Field(const char* text)
 {
     const std::string copied = text == nullptr ? "" : text;
-    return copied + std::string(260 - copied.size(), '#');
+    return copied + std::string(260 - copied.size(), kUnsetText);
 }
 
 // User name and password are read back where their flags are set, as given: no will fields are
@@ -84,14 +66,14 @@ TEST(Connect, BuildsAndDecodesGoldenBodies)
         MQTTPROTOCOL_HDRCONNNECT header{0, 0, {}, 0, row.connFlags, kKeepAlive60};
         EXPECT_EQ(BuildConnect(header, row.clientID, row.properties, row.user, row.pass), row.body);
 
-        const DecodedConnect decoded(row.body);
-        ASSERT_TRUE(decoded.ok);
+        const auto decoded = Decoded(kConnect, row.body);
+        ASSERT_TRUE(decoded.result);
         const MQTTPROTOCOL_HDRCONNNECT expectedHeader{0, 4, {'M', 'Q', 'T', 'T'}, 5, row.connFlags, 60};
-        EXPECT_EQ(std::memcmp(&decoded.header, &expectedHeader, sizeof(expectedHeader)), 0);
-        EXPECT_EQ(std::string(decoded.info.tszClientID, 260), Field(row.clientID));
-        EXPECT_EQ(std::string(decoded.info.tszClientUser, 260), Field((row.connFlags & 0x80) ? row.user : nullptr));
-        EXPECT_EQ(std::string(decoded.info.tszClientPass, 260), Field((row.connFlags & 0x40) ? row.pass : nullptr));
-        ExpectProperties(decoded.properties, row.properties);
+        EXPECT_TRUE(SameBytes(decoded.connect, expectedHeader));
+        EXPECT_EQ(std::string(decoded.user.tszClientID, 260), Field(row.clientID));
+        EXPECT_EQ(std::string(decoded.user.tszClientUser, 260), Field((row.connFlags & 0x80) ? row.user : nullptr));
+        EXPECT_EQ(std::string(decoded.user.tszClientPass, 260), Field((row.connFlags & 0x40) ? row.pass : nullptr));
+        ExpectProperties(decoded, row.properties);
     }
 }
 
@@ -103,10 +85,9 @@ TEST(Connect, BuilderStampsTheCallersRecordAndSendsTheKeepAliveAsStoredWhileTheD
     EXPECT_EQ(std::memcmp(&header, body.data(), 10), 0) << "the record is stamped, its keep-alive left as it was";
 
     // Decoded into host order, 60 goes out as 0x3C 0x00 when the record is built again: 15,360.
-    const DecodedConnect decoded(body);
-    EXPECT_EQ(decoded.header.wKeepAlive, 60);
-    MQTTPROTOCOL_HDRCONNNECT again = decoded.header;
-    EXPECT_EQ(DecodedConnect(BuildConnect(again, "")).header.wKeepAlive, 15360);
+    MQTTPROTOCOL_HDRCONNNECT decoded = Decoded(kConnect, body).connect;
+    EXPECT_EQ(decoded.wKeepAlive, 60);
+    EXPECT_EQ(Decoded(kConnect, BuildConnect(decoded, "")).connect.wKeepAlive, 15360);
 }
 
 // The client identifier's length goes out cut to 16 bits but all its bytes follow; user name and
@@ -143,12 +124,9 @@ TEST(Connack, BuildsAndDecodesGoldenBodies)
                                                             properties.Count());
                   }),
                   row.body);
-        const ReceivedBody body(row.body);
-        unsigned char reasonCode = 0xEE;
-        DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Connack(body.Data(), static_cast<int>(row.body.size()), &reasonCode,
-                                               &decoded.list, &decoded.count));
-        EXPECT_EQ(reasonCode, row.reasonCode);
+        const auto decoded = Decoded(kConnack, row.body);
+        ASSERT_TRUE(decoded.result);
+        EXPECT_EQ(decoded.reasonCode, row.reasonCode);
         ExpectProperties(decoded, row.properties);
     }
 }

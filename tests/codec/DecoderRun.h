@@ -1,19 +1,47 @@
 // Runs any decoder on a body and keeps everything it produced, so that two runs (the two body modes,
-// say) can be compared output for output. Shared by the unit tests and the decoder fuzz harness;
-// written on the public header alone.
+// say) can be compared output for output, or a run with what a test expects. Shared by the unit tests
+// and the decoder fuzz harnesses; written on the public header alone.
 #pragma once
 
-#include "MQTTProtocol.h"
+#include "MQTTWire.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <vector>
 
 namespace mqttdecode {
 
-// The nine packet decoders and the property block decoder on its own.
-constexpr int kDecoderCount = 10;
+// The nine packet decoders and the property block decoder on its own, numbered as Dispatch runs them.
+enum Decoder
+{
+    kConnect,
+    kConnack,
+    kPublish,
+    kPuback,
+    kSubscribe,
+    kSuback,
+    kUnsubscribe,
+    kUnsuback,
+    kDisconnect,
+    kPropertyBlock,
+    kDecoderCount
+};
 constexpr int kTopicCapacity = 0xFFFF;
+
+// Values no decoder writes, preset with presetMarkers so that an output a decoder leaves alone shows: a
+// user record of kUnsetText bytes (absent fields, missing terminators), the count at kUntouched.
+constexpr char kUnsetText = '#';
+constexpr unsigned short kUnsetIdentifier = 0xBEEF;
+constexpr unsigned char kUnsetByte = 0xEE;  // the reason code and every payload byte
+constexpr int kUnsetPayloadLen = -7;
+
+inline bool SameBytes(const auto& a, const auto& b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
+
+inline bool SameRecords(const std::vector<MQTTPROTOCOL_HDRPROPERTY>& a, const std::vector<MQTTPROTOCOL_HDRPROPERTY>& b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](auto& x, auto& y) { return SameBytes(x, y); });
+}
 
 struct Run
 {
@@ -27,66 +55,72 @@ struct Run
     std::vector<char> topic;  // 65,535 bytes for the decoders that copy a topic, empty for the others
     std::vector<char> payload;
     int payloadLen = -1;
+    bool listReturned = false;  // the list out was set, whatever the count says
     int propertyCount = 0;
     std::vector<MQTTPROTOCOL_HDRPROPERTY> properties;  // copied out of the decoded list, which is freed
 
     bool operator==(const Run& other) const
     {
-        auto same = [](const auto& a, const auto& b) { return std::memcmp(&a, &b, sizeof(a)) == 0; };
-        bool equal = result == other.result && code == other.code && reasonCode == other.reasonCode &&
-                     identifier == other.identifier && same(connect, other.connect) && same(user, other.user) &&
-                     same(options, other.options) && topic == other.topic && payload == other.payload &&
-                     payloadLen == other.payloadLen && propertyCount == other.propertyCount &&
-                     properties.size() == other.properties.size();
-        for (size_t i = 0; equal && i < properties.size(); i++) equal = same(properties[i], other.properties[i]);
-        return equal;
+        return result == other.result && code == other.code && reasonCode == other.reasonCode &&
+               identifier == other.identifier && SameBytes(connect, other.connect) && SameBytes(user, other.user) &&
+               SameBytes(options, other.options) && topic == other.topic && payload == other.payload &&
+               payloadLen == other.payloadLen && listReturned == other.listReturned &&
+               propertyCount == other.propertyCount && SameRecords(properties, other.properties);
     }
 };
 
-inline bool Dispatch(int decoder, uint8_t publishFlags, const char* body, int length, Run& out,
+// publishFirstByte: the PUBLISH packet's first byte, type and flags, as the receive side hands it out.
+inline bool Dispatch(int decoder, uint8_t publishFirstByte, const char* body, int length, Run& out,
                      MQTTPROTOCOL_HDRPROPERTY*** list)
 {
     switch (decoder % kDecoderCount) {
-    case 0:
+    case kConnect:
         return MQTTProtocol_Parse_Connect(body, length, &out.connect, &out.user, list, &out.propertyCount);
-    case 1:
+    case kConnack:
         return MQTTProtocol_Parse_Connack(body, length, &out.reasonCode, list, &out.propertyCount);
-    case 2: {
+    case kPublish: {
         MQTTPROTOCOL_FIXEDHEADER header{};
-        header.byMsgType = 3;
-        header.byMsgFlag = publishFlags & 0x0F;
+        std::memcpy(&header, &publishFirstByte, 1);
         return MQTTProtocol_Parse_Publish(body, length, &header, out.topic.data(), &out.identifier, out.payload.data(),
                                           &out.payloadLen, list, &out.propertyCount);
     }
-    case 3:
+    case kPuback:
         return MQTTProtocol_Parse_Puback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
-    case 4:
+    case kSubscribe:
         return MQTTProtocol_Parse_Subscribe(body, length, &out.identifier, out.topic.data(), &out.options, list,
                                             &out.propertyCount);
-    case 5:
+    case kSuback:
         return MQTTProtocol_Parse_Suback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
-    case 6:
+    case kUnsubscribe:
         return MQTTProtocol_Parse_UNSubcribe(body, length, &out.identifier, out.topic.data(), list, &out.propertyCount);
-    case 7:
+    case kUnsuback:
         return MQTTProtocol_Parse_UNSuback(body, length, &out.reasonCode, &out.identifier, list, &out.propertyCount);
-    case 8:
+    case kDisconnect:
         return MQTTProtocol_Parse_Disconnect(body, length, &out.reasonCode, list, &out.propertyCount);
     default:
         return m_Parse.MQTTProtocol_Parse_Property(body, length, list, &out.propertyCount);
     }
 }
 
-// Decodes body (length bytes, as Recv handed it out) with one decoder, outputs zeroed first.
-inline Run Decode(int decoder, uint8_t publishFlags, const char* body, int length)
+// Decodes body (length bytes, as Recv handed it out) with one decoder, its outputs zeroed first (the
+// payload length -1), or preset to the kUnset markers.
+inline Run Decode(int decoder, uint8_t publishFirstByte, const char* body, int length, bool presetMarkers = false)
 {
     Run out;
-    const bool copiesTopic =
-        decoder % kDecoderCount == 2 || decoder % kDecoderCount == 4 || decoder % kDecoderCount == 6;
-    out.topic.resize(copiesTopic ? kTopicCapacity : 0);
-    out.payload.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    if (presetMarkers) {
+        std::memset(&out.user, kUnsetText, sizeof(out.user));
+        out.identifier = kUnsetIdentifier;
+        out.reasonCode = kUnsetByte;
+        out.payloadLen = kUnsetPayloadLen;
+        out.propertyCount = mqttwire::DecodedProperties::kUntouched;
+    }
+    const int kind = decoder % kDecoderCount;
+    out.topic.resize(kind == kPublish || kind == kSubscribe || kind == kUnsubscribe ? kTopicCapacity : 0);
+    out.payload.resize(length > 0 ? static_cast<size_t>(length) : 0, presetMarkers ? static_cast<char>(kUnsetByte) : 0);
     MQTTPROTOCOL_HDRPROPERTY** list = nullptr;
-    out.result = Dispatch(decoder, publishFlags, body, length, out, &list);
+    out.result = Dispatch(decoder, publishFirstByte, body, length, out, &list);
     out.code = out.result ? 0 : MQTTProtocol_dwErrorCode;
+    out.listReturned = list != nullptr;
     if (list != nullptr) {
         for (int i = 0; i < out.propertyCount; i++) out.properties.push_back(*list[i]);
         Keel_OperatorMemory_Free(reinterpret_cast<void***>(&list), out.propertyCount);

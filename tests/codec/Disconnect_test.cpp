@@ -1,5 +1,5 @@
 // DISCONNECT: a reason code and properties, always both.
-#include "TestSupport.h"
+#include "codec/CodecSupport.h"
 
 using namespace mqtttest;
 
@@ -28,11 +28,9 @@ TEST(Disconnect, BuildsAndDecodesGoldenBodies)
                   row.body);
         // Given a body length of 0, the standard's short form meaning reason code 0x00, the decoder reads
         // bytes 0 and 1 all the same.
-        const ReceivedBody body(row.body);
-        unsigned char reasonCode = 0xEE;
-        DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Disconnect(body.Data(), 0, &reasonCode, &decoded.list, &decoded.count));
-        EXPECT_EQ(reasonCode, row.reasonCode);
+        const auto decoded = Decoded(kDisconnect, row.body, 0);
+        ASSERT_TRUE(decoded.result);
+        EXPECT_EQ(decoded.reasonCode, row.reasonCode);
         ExpectProperties(decoded, row.properties);
     }
 }

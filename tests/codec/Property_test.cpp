@@ -1,9 +1,8 @@
-#include "TestSupport.h"
+#include "codec/CodecSupport.h"
 
 #include <algorithm>
 
 using mqtttest::Bytes;
-using mqtttest::DecodedProperties;
 using mqtttest::PropertyList;
 
 namespace {
@@ -70,14 +69,12 @@ TEST(PropertyBlock, BuilderNeverCopiesPastTheValueArea)
     EXPECT_EQ(mqtttest::ToBytes(out + 2, 301), mqtttest::Concat({Bytes(260, 'v'), Bytes(40, 0), {0xEE}}));
 }
 
-// Decodes a block given with its length byte, from inside a zeroed area as a received body lies.
+// Decodes a block given with its length byte, its contents at the start of a received body.
 void ExpectDecoded(const Bytes& block, const PropertyList& expected)
 {
     SCOPED_TRACE(::testing::PrintToString(block));
-    std::vector<char> body(block.size() + 16, 0);
-    std::memcpy(body.data(), block.data(), block.size());
-    DecodedProperties decoded;
-    ASSERT_TRUE(m_Parse.MQTTProtocol_Parse_Property(body.data() + 1, block[0], &decoded.list, &decoded.count));
+    const auto decoded = mqtttest::Decoded(mqttdecode::kPropertyBlock, Bytes(block.begin() + 1, block.end()), block[0]);
+    ASSERT_TRUE(decoded.result);
     mqtttest::ExpectProperties(decoded, expected);
 }
 

@@ -1,30 +1,9 @@
 // PUBLISH, and the four acknowledgements that share one builder and one decoder.
-#include "codec/Reply.h"
+#include "codec/CodecSupport.h"
 
 using namespace mqtttest;
 
 namespace {
-
-// What the PUBLISH decoder hands out, every out preset so that unwritten ones show.
-struct DecodedPublish
-{
-    DecodedPublish(const Bytes& bytes, uint8_t firstByte)
-    {
-        const ReceivedBody body(bytes);
-        MQTTPROTOCOL_FIXEDHEADER header;
-        std::memcpy(&header, &firstByte, 1);
-        char* payloadOut = reinterpret_cast<char*>(payload.data());
-        ok = MQTTProtocol_Parse_Publish(body.Data(), static_cast<int>(bytes.size()), &header, topic.data(), &packetID,
-                                        payloadOut, &payloadLen, &properties.list, &properties.count);
-    }
-
-    bool ok;
-    std::vector<char> topic = std::vector<char>(65536);
-    unsigned short packetID = 0xBEEF;
-    Bytes payload = Bytes(16, 0xEE);
-    int payloadLen = -7;
-    DecodedProperties properties;
-};
 
 const std::string kLongTopic(65537, 't');
 
@@ -61,17 +40,17 @@ TEST(Publish, BuildsAndDecodesGoldenBodies)
                   row.body);
 
         // Read back at QoS 1, or QoS 0 without an identifier; an absent payload leaves both its outs.
-        const DecodedPublish decoded(row.body, row.packetID != 0 ? 0x32 : 0x30);
-        ASSERT_TRUE(decoded.ok);
+        const auto decoded = Decoded(kPublish, row.body, static_cast<int>(row.body.size()), row.packetID ? 0x32 : 0x30);
+        ASSERT_TRUE(decoded.result);
         const std::string topic = row.topic;
         EXPECT_EQ(std::string(decoded.topic.data()), topic.substr(0, topic.size() % 65536));
-        EXPECT_EQ(decoded.packetID, row.packetID != 0 ? row.packetID : 0xBEEF);
-        EXPECT_EQ(decoded.payloadLen, row.payloadLen > 0 ? row.payloadLen : -7);
-        Bytes payload{'x', 'y'};
+        EXPECT_EQ(decoded.identifier, row.packetID != 0 ? row.packetID : kUnsetIdentifier);
+        EXPECT_EQ(decoded.payloadLen, row.payloadLen > 0 ? row.payloadLen : kUnsetPayloadLen);
+        std::vector<char> payload{'x', 'y'};
         payload.resize(static_cast<size_t>(std::max(row.payloadLen, 0)));
-        payload.resize(decoded.payload.size(), 0xEE);
+        payload.resize(decoded.payload.size(), static_cast<char>(kUnsetByte));
         EXPECT_EQ(decoded.payload, payload);
-        ExpectProperties(decoded.properties, row.properties);
+        ExpectProperties(decoded, row.properties);
     }
 }
 
@@ -84,11 +63,11 @@ TEST(Publish, IdentifierIsReadOnlyForFlagsExactlyTwoOrFour)
     for (uint8_t firstByte : {0x30, 0x31, 0x32, 0x33, 0x34, 0x35, 0x3A, 0x3C, 0x02}) {
         SCOPED_TRACE(static_cast<int>(firstByte));
         const bool hasIdentifier = (firstByte & 0x0F) == 2 || (firstByte & 0x0F) == 4;
-        const DecodedPublish decoded(body, firstByte);
-        EXPECT_EQ(decoded.packetID, hasIdentifier ? 10 : 0xBEEF);
+        const auto decoded = Decoded(kPublish, body, static_cast<int>(body.size()), firstByte);
+        EXPECT_EQ(decoded.identifier, hasIdentifier ? 10 : kUnsetIdentifier);
         const Bytes payload = hasIdentifier ? Bytes{'x', 'y'} : Bytes{0x0A, 0x00, 'x', 'y'};
         ASSERT_EQ(decoded.payloadLen, static_cast<int>(payload.size()));
-        EXPECT_EQ(Bytes(decoded.payload.begin(), decoded.payload.begin() + decoded.payloadLen), payload);
+        EXPECT_EQ(ToBytes(decoded.payload.data(), decoded.payloadLen), payload);
     }
 }
 
@@ -97,22 +76,22 @@ TEST(Puback, BuildsGoldenBodiesAndReadsThemBack)
     const PropertyList reason = PropertyList().String(0x1F, "fine");
     const Bytes withProperties{0x12, 0x34, 0x10, 0x07, 0x1F, 0x00, 0x04, 'f', 'i', 'n', 'e'};
     EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0x1234, 0x10, reason, 1), withProperties);
-    ExpectReply(MQTTProtocol_Parse_Puback, withProperties, 11, 0x1234, 0x10, reason);
+    ExpectReply(kPuback, withProperties, 11, 0x1234, 0x10, reason);
     EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0x1234, 0x10, {}, 0), (Bytes{0x12, 0x34, 0x10, 0x00}));
     EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0x1234, 0x10, {}, -1), (Bytes{0x12, 0x34, 0x10}));
     // A zero identifier is left out; the decoder, which always expects one, reads the reason code as its
     // high byte.
     EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0, 0x10, {}, 0), (Bytes{0x10, 0x00}));
     EXPECT_EQ(BuiltReply(MQTTProtocol_Packet_REPPublish, 0, 0x10, {}, -1), (Bytes{0x10}));
-    ExpectReply(MQTTProtocol_Parse_Puback, {0x10, 0x00}, 2, 0x1000, 0x00);
+    ExpectReply(kPuback, {0x10, 0x00}, 2, 0x1000, 0x00);
 }
 
 // The reason code is byte 2 whatever the length: after a two-byte body, the byte behind it. Properties
 // are read only when the length is above 3.
 TEST(Puback, DecoderReadsTheReasonCodeAtByteTwo)
 {
-    ExpectReply(MQTTProtocol_Parse_Puback, {0x00, 0x05, 0x97}, 2, 5, 0x97);
-    ExpectReply(MQTTProtocol_Parse_Puback, {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 3, 5, 0x10);
+    ExpectReply(kPuback, {0x00, 0x05, 0x97}, 2, 5, 0x97);
+    ExpectReply(kPuback, {0x00, 0x05, 0x10, 0x03, 0x21, 0x00, 0x0A}, 3, 5, 0x10);
 }
 
 }  // namespace

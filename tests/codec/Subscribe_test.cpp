@@ -1,6 +1,6 @@
 // SUBSCRIBE: one topic filter and its options byte, read back with a second filter behind it, which
 // the decoder ignores; SUBACK read from the decoder's own positions.
-#include "codec/Reply.h"
+#include "codec/CodecSupport.h"
 
 using namespace mqtttest;
 
@@ -25,16 +25,11 @@ TEST(Subscribe, BuildsAndDecodesGoldenBodies)
         std::memcpy(&options, &row.options, 1);
         EXPECT_EQ(BuiltFilterRequest(row.packetID, row.topicFilter, &options, row.properties), row.body);
         const Bytes received = Concat({row.body, {0x00, 0x01, 'x', 0x02}});
-        const ReceivedBody body(received);
-        unsigned short packetID = 0xBEEF;
-        char topicFilter[16] = {};
-        MQTTPROTOCOL_HDRSUBSCRIBE decodedOptions{};
-        DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_Subscribe(body.Data(), static_cast<int>(received.size()), &packetID, topicFilter,
-                                                 &decodedOptions, &decoded.list, &decoded.count));
-        EXPECT_EQ(packetID, row.packetID);
-        EXPECT_STREQ(topicFilter, row.topicFilter);
-        EXPECT_EQ(std::memcmp(&decodedOptions, &row.options, 1), 0);
+        const auto decoded = Decoded(kSubscribe, received);
+        ASSERT_TRUE(decoded.result);
+        EXPECT_EQ(decoded.identifier, row.packetID);
+        EXPECT_STREQ(decoded.topic.data(), row.topicFilter);
+        EXPECT_EQ(std::memcmp(&decoded.options, &row.options, 1), 0);
         ExpectProperties(decoded, row.properties);
     }
 }
@@ -44,11 +39,10 @@ TEST(Subscribe, BuildsAndDecodesGoldenBodies)
 TEST(Suback, DecoderReadsThePropertyLengthFromByteZero)
 {
     const Bytes built = BuiltReply(MQTTProtocol_Packet_REPComm, 1, 0x80, {}, 0);
-    ExpectReply(MQTTProtocol_Parse_Suback, built, static_cast<int>(built.size()), 1, 0x01);
-    ExpectReply(MQTTProtocol_Parse_Suback, {0x00, 0x07, 0x00, 0x02}, 4, 7, 0x07);
+    ExpectReply(kSuback, built, static_cast<int>(built.size()), 1, 0x01);
+    ExpectReply(kSuback, {0x00, 0x07, 0x00, 0x02}, 4, 7, 0x07);
     // From an identifier of 256 on, its high byte is a property length.
-    ExpectReply(MQTTProtocol_Parse_Suback, {0x01, 0x02, 0x21, 0x00, 0x0A}, 5, 0x0102, 0x21,
-                PropertyList().Integer(0x02, 4, 0x21000A00));
+    ExpectReply(kSuback, {0x01, 0x02, 0x21, 0x00, 0x0A}, 5, 0x0102, 0x21, PropertyList().Integer(0x02, 4, 0x21000A00));
 }
 
 }  // namespace

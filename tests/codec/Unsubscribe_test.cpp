@@ -1,6 +1,6 @@
 // UNSUBSCRIBE: one topic filter, read back with a second filter behind it, which the decoder ignores;
 // UNSUBACK read by the wire layout with one reason code.
-#include "codec/Reply.h"
+#include "codec/CodecSupport.h"
 
 using namespace mqtttest;
 
@@ -25,21 +25,14 @@ TEST(Unsubscribe, BuildsAndDecodesGoldenBodies)
     for (const auto& row : rows) {
         EXPECT_EQ(BuiltFilterRequest(row.packetID, row.topicFilter, nullptr, row.properties), row.body);
         const Bytes received = Concat({row.body, {0x00, 0x01, 'x'}});
-        const ReceivedBody body(received);
-        unsigned short packetID = 0xBEEF;
-        char topicFilter[16] = {};
-        DecodedProperties decoded;
-        ASSERT_TRUE(MQTTProtocol_Parse_UNSubcribe(body.Data(), static_cast<int>(received.size()), &packetID,
-                                                  topicFilter, &decoded.list, &decoded.count));
-        EXPECT_EQ(packetID, row.packetID);
-        EXPECT_STREQ(topicFilter, row.topicFilter);
+        const auto decoded = Decoded(kUnsubscribe, received);
+        ASSERT_TRUE(decoded.result);
+        EXPECT_EQ(decoded.identifier, row.packetID);
+        EXPECT_STREQ(decoded.topic.data(), row.topicFilter);
         ExpectProperties(decoded, row.properties);
     }
 }
 
-TEST(Unsuback, DecoderReadsOneReasonCode)
-{
-    ExpectReply(MQTTProtocol_Parse_UNSuback, {0x00, 0x02, 0x00, 0x80, 0x92}, 5, 2, 0x80);
-}
+TEST(Unsuback, DecoderReadsOneReasonCode) { ExpectReply(kUnsuback, {0x00, 0x02, 0x00, 0x80, 0x92}, 5, 2, 0x80); }
 
 }  // namespace

@@ -117,22 +117,6 @@ struct DecodedProperties
     // The two outs a decoder takes.
     MQTTPROTOCOL_HDRPROPERTY*** ListOut() { return &list; }
     int* CountOut() { return &count; }
-
-    // Identifier, width and all 260 value bytes of each record equal the expected list's. An empty
-    // expectation means the decoder left both outs as they were.
-    bool Holds(const PropertyList& expected) const
-    {
-        if (expected.Count() == 0) return list == nullptr && count == kUntouched;
-        if (count != expected.Count()) return false;
-        for (int i = 0; i < count; i++) {
-            const MQTTPROTOCOL_HDRPROPERTY& want = expected.records[static_cast<size_t>(i)];
-            if (list[i]->byPropertyID != want.byPropertyID || list[i]->nPropertyLen != want.nPropertyLen ||
-                std::memcmp(list[i]->tszValue, want.tszValue, sizeof(want.tszValue)) != 0) {
-                return false;
-            }
-        }
-        return true;
-    }
 };
 
 }  // namespace mqttwire
