@@ -34,30 +34,24 @@ wait "$SUBSCRIBER" || fail "the 1 MiB message did not arrive"
 cmp -s "$WORK/big" "$WORK/large" || fail "the 1 MiB payload changed on its way"
 echo "1 MiB payload: intact"
 
-# A QoS 1 message with RETAIN (flags 0x3): its identifier is read although the flags are not 2.
+# A retained QoS 1 message (flags 0x3): kept, and sent to a later subscriber with RETAIN at QoS 1.
 mosquitto_pub "${v5[@]}" -t kept/a -q 1 -r -m "kept at qos 1"
-grep -Eq "in .* PUBLISH id=[0-9]+ topic=\"kept/a\" qos=1" "$WORK/trace" || fail "the retained QoS 1 PUBLISH lost its identifier"
 mosquitto_sub "${v5[@]}" -t "kept/#" -q 1 -C 1 -W 10 -F '%r %q %p' >"$WORK/kept"
 [[ $(cat "$WORK/kept") == "1 1 kept at qos 1" ]] || fail "retained message: got '$(cat "$WORK/kept")'"
 echo "retained QoS 1 message: stored and delivered with RETAIN"
 
-# Several filters in one SUBSCRIBE are refused whole; an MQTT 3.1.1 CONNECT gets reason 0x84.
+# Several filters in one SUBSCRIBE are refused whole.
 mosquitto_sub "${v5[@]}" -i two-filters -t a -t b -C 1 -W 2 >/dev/null 2>&1 || true
 grep -q "out .* two-filters SUBACK id=[0-9]* reason=0x83" "$WORK/trace" || fail "two filters were not refused"
-mosquitto_pub -V mqttv311 -h 127.0.0.1 -p "$PORT" -t a -m x >/dev/null 2>&1 && fail "an MQTT 3.1.1 client was accepted"
-grep -q "out .* CONNACK reason=0x84" "$WORK/trace" || fail "no CONNACK 0x84 for MQTT 3.1.1"
-echo "several filters refused with 0x83, MQTT 3.1.1 refused with 0x84"
+echo "several filters refused with 0x83"
 
-# The example client through the example broker, at every QoS.
-"$2" --port "$PORT" --id own-client --sub 'own/#' --pub own/x --qos 0 --message zero --qos 1 --message one \
-    --qos 2 --message two >"$WORK/own" 2>&1 || fail "the example client failed: $(cat "$WORK/own")"
-[[ $(grep -c '^received' "$WORK/own") == 3 ]] || fail "the example client did not get its three messages back"
+# The example client through the example broker (at every QoS in the sanitizers' load run).
 printf 'a\0"b' | "$2" --port "$PORT" --sub binary --pub binary --qos 1 --file - >"$WORK/binary" ||
     fail "the binary payload did not come back: $(cat "$WORK/binary")"
 grep -qF 'payload="a\x00\x22b"' "$WORK/binary" || fail "the binary payload was not printed safely: $(cat "$WORK/binary")"
 "$2" --port "$PORT" --sub 'a/#/b' >"$WORK/refused" 2>&1 && fail "a refused subscription exited 0"
 grep -q "SUBACK 0x8F (topic filter invalid)" "$WORK/refused" || fail "the refusal was not named: $(cat "$WORK/refused")"
-echo "example client: its messages at QoS 0, 1 and 2 and a binary one came back; a refusal exits 1, named"
+echo "example client: a binary message came back; a refusal exits 1, named"
 
 stop_broker
 echo "broker stopped cleanly"
