@@ -103,7 +103,6 @@ TEST(PropertyBlock, DecodesEveryIdentifierWithItsWidthInHostOrder)
 
 TEST(PropertyBlock, DecodesGoldenBlocks)
 {
-    ExpectDecoded({0x06, 0x1F, 0x00, 0x03, 'a', 'b', 'c'}, PropertyList().Raw(0x1F, {0x00, 0x03, 'a', 'b', 'c'}));
     // A rest-of-block value swallows the properties behind it.
     ExpectDecoded({0x08, 0x26, 0x00, 0x01, 'k', 0x00, 0x00, 0x01, 0x01},
                   PropertyList().Raw(0x26, {0x00, 0x01, 'k', 0x00, 0x00, 0x01, 0x01}));
