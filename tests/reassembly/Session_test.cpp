@@ -11,30 +11,29 @@ using ReceiveSession = mqtttest::ReceiveTest;
 
 TEST_F(ReceiveSession, DeleteFreesWhatIsQueuedAndForgetsTheAddress)
 {
-    const std::string address = mqtttest::FreshAddress("deleted");
-    ASSERT_TRUE(MQTTProtocol_Parse_Insert(address.c_str()));
+    mqtttest::Session session("deleted");
+    const char* address = session.c_str();
     // A complete packet, a PINGREQ without a block, and a packet still arriving: the leak checkers
     // report any of their memory that Delete does not free.
     const Bytes bytes = mqtttest::Concat({Wire(0x30, mqtttest::Counting(50)), {0xC0, 0x00}});
-    ASSERT_TRUE(MQTTProtocol_Parse_Send(address.c_str(), mqtttest::AsChars(bytes), static_cast<int>(bytes.size())));
-    ASSERT_TRUE(MQTTProtocol_Parse_Send(address.c_str(), mqtttest::AsChars(bytes), 10));
-    EXPECT_EQ(mqtttest::ReadyCount(address, kPoolCount), 2);
+    ASSERT_TRUE(session.Send(bytes));
+    ASSERT_TRUE(session.Send(Bytes(bytes.begin(), bytes.begin() + 10)));
+    EXPECT_EQ(mqtttest::ReadyCount(session.address, kPoolCount), 2);
 
-    EXPECT_TRUE(MQTTProtocol_Parse_Delete(address.c_str()));
-    EXPECT_EQ(mqtttest::ReadyCount(address, kPoolCount), 0);
-    EXPECT_FALSE(MQTTProtocol_Parse_Send(address.c_str(), mqtttest::AsChars(bytes), 2));
+    EXPECT_TRUE(MQTTProtocol_Parse_Delete(address));
+    EXPECT_EQ(mqtttest::ReadyCount(session.address, kPoolCount), 0);
+    EXPECT_FALSE(session.Send({0xC0, 0x00}));
     EXPECT_EQ(MQTTProtocol_dwErrorCode, MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
-    EXPECT_FALSE(Take(address.c_str()).ok);
+    EXPECT_FALSE(Take(address).ok);
     EXPECT_EQ(MQTTProtocol_dwErrorCode, MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
     // Unknown now, it is deleted quietly; inserted again, it starts a fresh stream.
-    for (const char* unknown : {address.c_str(), "never inserted", static_cast<const char*>(nullptr)}) {
+    for (const char* unknown : {address, "never inserted", static_cast<const char*>(nullptr)}) {
         EXPECT_TRUE(MQTTProtocol_Parse_Delete(unknown));
         EXPECT_FALSE(MQTTProtocol_IsErrorOccur);
     }
-    ASSERT_TRUE(MQTTProtocol_Parse_Insert(address.c_str()));
-    ASSERT_TRUE(MQTTProtocol_Parse_Send(address.c_str(), "\xC0", 2));
-    EXPECT_EQ(Take(address.c_str()).first, 0xC0);
-    EXPECT_TRUE(MQTTProtocol_Parse_Delete(address.c_str()));
+    ASSERT_TRUE(MQTTProtocol_Parse_Insert(address));
+    ASSERT_TRUE(session.Send({0xC0, 0x00}));
+    EXPECT_EQ(Take(address).first, 0xC0);
 }
 
 TEST_F(ReceiveSession, SecondInsertOfAnAddressKeepsTheFirstSession)
@@ -71,7 +70,6 @@ TEST_F(ReceiveSession, RefusedCallsChangeNothing)
     expectRefused(MQTTProtocol_Parse_Send(address, nullptr, 2), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Send(nullptr, bytes, 2), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Send("never inserted", bytes, -1), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
-    expectRefused(MQTTProtocol_Parse_Send("never inserted", bytes, 2), MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
     expectRefused(MQTTProtocol_Parse_Recv(nullptr, &header, &body, &length), MQTTPROTOCOL_ERR_PARSE_ARGUMENT);
     expectRefused(MQTTProtocol_Parse_Recv("never inserted", nullptr, nullptr, nullptr),
                   MQTTPROTOCOL_ERR_PARSE_NOTFOUND);
