@@ -84,8 +84,8 @@ TEST_F(ReceiveFraming, CutsPiecesAsHostsMeetThem)
         // the four are cut as one input, the PINGREQ behind it as an input of its own.
         {"two-byte DISCONNECT", {{0xE0, 0x00}}, {}, kWaiting},
         {"two-byte DISCONNECT, then a PINGREQ", {{0xE0, 0x00}, {0xC0, 0x00}}, {{0xE0, {}}, {0xC0, {}, false}}, kEmpty},
-        {"a body filling the whole block", {Wire(0x30, whole)}, {{0x30, whole}}, kEmpty},
-        // Its buffer grows as the bytes come: pieces that end on, just past and far past each size.
+        // A body filling the whole block, its buffer growing as the bytes come: pieces that end on, just
+        // past and far past each size.
         {"a body filling the whole block, in pieces",
          Pieces(Concat({Wire(0x30, whole), {0xC0, 0x00}}), {6, 65530, 1, 65536, 3000000}),
          {{0x30, whole}, {0xC0, {}, false}},
