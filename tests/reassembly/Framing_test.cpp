@@ -122,8 +122,7 @@ protected:
 
 TEST_F(FourByteLength, FirstPieceOfExactlyFourBytesBreaksThePacket)
 {
-    const Bytes firstFour(header.begin(), header.begin() + 4);
-    Run({"four bytes first", {firstFour, Concat({{0x01}, body})}, {{0x30, {}}}, kEmpty, kBadFlags});
+    Run({"four bytes first", {{0x30, 0x80, 0x80, 0x80}, Concat({{0x01}, body})}, {{0x30, {}}}, kEmpty, kBadFlags});
 }
 
 TEST_F(FourByteLength, HeaderArrivingOneByteAtATimeBreaksThePacket)
