@@ -117,7 +117,6 @@ class FourByteLength : public ReceiveFraming
 {
 protected:
     const Bytes body = Counting(2097152);
-    const Bytes header{0x30, 0x80, 0x80, 0x80, 0x01};
 };
 
 TEST_F(FourByteLength, FirstPieceOfExactlyFourBytesBreaksThePacket)
@@ -128,7 +127,7 @@ TEST_F(FourByteLength, FirstPieceOfExactlyFourBytesBreaksThePacket)
 TEST_F(FourByteLength, HeaderArrivingOneByteAtATimeBreaksThePacket)
 {
     std::vector<Bytes> pieces;
-    for (uint8_t byte : header) pieces.push_back({byte});
+    for (uint8_t byte : Bytes{0x30, 0x80, 0x80, 0x80, 0x01}) pieces.push_back({byte});
     pieces.push_back(body);
     Run({"one byte at a time", pieces, {{0x30, {}}}, kEmpty, kBadFlags});
 }
