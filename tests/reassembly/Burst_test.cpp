@@ -29,7 +29,6 @@ TEST(ReceiveBurst, SeventyThousandPingreqsInOnePieceLeaveLaterBlocksFreshMapping
             ASSERT_TRUE(taken.ok) << i;
             ASSERT_EQ(taken.first, 0xC0);
             ASSERT_EQ(taken.hasBody, i + 1 < kPingreqs) << i;
-            ASSERT_TRUE(taken.body.empty());
         }
         EXPECT_FALSE(mqtttest::Take(session.c_str()).ok);
         EXPECT_EQ(mqtttest::ReadyCount(session.address, 1), 0);
