@@ -43,6 +43,7 @@ Taken TakeOut(const char* address, bool checkWholeBlock)
     if (!taken.ok) return taken;
     taken.first = static_cast<uint8_t>(header.byMsgType << 4 | header.byMsgFlag);
     taken.hasBody = body != nullptr;
+    taken.blockSized = length == 0;
     if (body == nullptr) return taken;
     taken.blockSized = length >= 0 && length <= MQTTPROTOCOL_PACKET_BLOCK_SIZE;
 #ifdef MQTTTEST_KNOWS_ALLOCATED_SIZE

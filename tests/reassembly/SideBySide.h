@@ -26,7 +26,8 @@ struct Taken
     uint8_t first = 0;
     bool hasBody = false;
     reference::Bytes body;
-    bool blockSized = true;  // the length fits the block, and the block is the mode's size where that shows
+    // The length fits the block (0 without one), and the block is the mode's size where that shows.
+    bool blockSized = true;
     bool zeroBeyondBody = true;
 };
 Taken TakeOut(const char* address, bool checkWholeBlock = false);
