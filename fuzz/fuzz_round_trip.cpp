@@ -9,6 +9,7 @@
 #include "codec/DecoderRun.h"
 
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <vector>
 
@@ -17,16 +18,8 @@ namespace {
 using mqttfuzz::InputReader;
 using mqttwire::PropertyList;
 
-const uint8_t kByteIDs[] = {0x01, 0x17, 0x19, 0x24, 0x25, 0x28, 0x29, 0x2A};
-const uint8_t kTwoByteIDs[] = {0x13, 0x21, 0x22, 0x23};
-const uint8_t kFourByteIDs[] = {0x02, 0x11, 0x18, 0x27};
+// The standard's identifiers whose value takes the rest of a block (strings, binary data and the like).
 const uint8_t kRestOfBlockIDs[] = {0x03, 0x08, 0x09, 0x12, 0x15, 0x16, 0x1A, 0x1C, 0x1F, 0x26};
-
-template <size_t N>
-uint8_t Pick(InputReader& in, const uint8_t (&ids)[N])
-{
-    return ids[in.Byte() % N];
-}
 
 // Fixed-width values, then at most one value that takes the rest of the block, the whole block under
 // 128 bytes. A rest-of-block value of exactly 1, 2 or 4 bytes would be read back as an integer.
@@ -35,10 +28,7 @@ PropertyList DrawProperties(InputReader& in)
     PropertyList properties;
     int blockLen = 0;
     for (int count = in.Byte() % 8; count > 0; count--) {
-        const int width = 1 << (in.Byte() % 3);
-        const uint8_t id = width == 1   ? Pick(in, kByteIDs)
-                           : width == 2 ? Pick(in, kTwoByteIDs)
-                                        : Pick(in, kFourByteIDs);
+        const auto [id, width] = mqttdecode::kFixedWidths[in.Byte() % std::size(mqttdecode::kFixedWidths)];
         properties.Integer(id, width,
                            width == 1   ? in.Byte()
                            : width == 2 ? in.U16()
@@ -47,7 +37,8 @@ PropertyList DrawProperties(InputReader& in)
     }
     const int restLen = in.Byte() % 64;
     if (restLen != 0 && restLen != 1 && restLen != 2 && restLen != 4 && blockLen + 1 + restLen <= 127) {
-        MQTTPROTOCOL_HDRPROPERTY& property = properties.Add(Pick(in, kRestOfBlockIDs), restLen);
+        MQTTPROTOCOL_HDRPROPERTY& property =
+            properties.Add(kRestOfBlockIDs[in.Byte() % std::size(kRestOfBlockIDs)], restLen);
         in.CopyOut(property.tszValue, static_cast<size_t>(restLen));
     }
     return properties;

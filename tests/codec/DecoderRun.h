@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 namespace mqttdecode {
@@ -28,6 +29,12 @@ enum Decoder
     kDecoderCount
 };
 constexpr int kTopicCapacity = 0xFFFF;
+
+// The property identifiers the decoder knows a width for; every other one takes the rest of its block.
+constexpr std::pair<uint8_t, int> kFixedWidths[] = {
+    {0x01, 1}, {0x17, 1}, {0x19, 1}, {0x24, 1}, {0x25, 1}, {0x28, 1}, {0x29, 1}, {0x2A, 1},
+    {0x13, 2}, {0x21, 2}, {0x22, 2}, {0x23, 2}, {0x02, 4}, {0x11, 4}, {0x18, 4}, {0x27, 4},
+};
 
 // Values no decoder writes, preset with presetMarkers so that an output a decoder leaves alone shows: a
 // user record of kUnsetText bytes (absent fields, missing terminators), the count at kUntouched.

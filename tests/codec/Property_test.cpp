@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+using mqttdecode::kFixedWidths;
 using mqtttest::Bytes;
 using mqtttest::PropertyList;
 
@@ -77,12 +78,6 @@ void ExpectDecoded(const Bytes& block, const PropertyList& expected)
     ASSERT_TRUE(decoded.result);
     mqtttest::ExpectProperties(decoded, expected);
 }
-
-// The identifiers the decoder knows a width for; every other one takes the rest of its block.
-const std::pair<uint8_t, int> kFixedWidths[] = {
-    {0x01, 1}, {0x17, 1}, {0x19, 1}, {0x24, 1}, {0x25, 1}, {0x28, 1}, {0x29, 1}, {0x2A, 1},
-    {0x13, 2}, {0x21, 2}, {0x22, 2}, {0x23, 2}, {0x02, 4}, {0x11, 4}, {0x18, 4}, {0x27, 4},
-};
 
 TEST(PropertyBlock, DecodesEveryIdentifierWithItsWidthInHostOrder)
 {
