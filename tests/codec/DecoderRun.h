@@ -40,7 +40,7 @@ constexpr std::pair<uint8_t, int> kFixedWidths[] = {
 // user record of kUnsetText bytes (absent fields, missing terminators), the count at kUntouched.
 constexpr char kUnsetText = '#';
 constexpr unsigned short kUnsetIdentifier = 0xBEEF;
-constexpr unsigned char kUnsetByte = 0xEE;  // the reason code and every payload byte
+constexpr unsigned char kUnsetByte = 0xEE;  // the reason code, the CONNECT and options records, the payload
 constexpr int kUnsetPayloadLen = -7;
 
 inline bool SameBytes(const auto& a, const auto& b) { return std::memcmp(&a, &b, sizeof(a)) == 0; }
@@ -109,13 +109,15 @@ inline bool Dispatch(int decoder, uint8_t publishFirstByte, const char* body, in
     }
 }
 
-// Decodes body (length bytes, as Recv handed it out) with one decoder, its outputs zeroed first (the
-// payload length -1), or preset to the kUnset markers.
-inline Run Decode(int decoder, uint8_t publishFirstByte, const char* body, int length, bool presetMarkers = false)
+// A run's outputs before a decoder writes them, for a body of length bytes: zeroed (the payload
+// length -1), or preset to the kUnset markers.
+inline Run Unwritten(int decoder, int length, bool presetMarkers)
 {
     Run out;
     if (presetMarkers) {
         std::memset(&out.user, kUnsetText, sizeof(out.user));
+        std::memset(&out.connect, kUnsetByte, sizeof(out.connect));
+        std::memset(&out.options, kUnsetByte, sizeof(out.options));
         out.identifier = kUnsetIdentifier;
         out.reasonCode = kUnsetByte;
         out.payloadLen = kUnsetPayloadLen;
@@ -124,6 +126,14 @@ inline Run Decode(int decoder, uint8_t publishFirstByte, const char* body, int l
     const int kind = decoder % kDecoderCount;
     out.topic.resize(kind == kPublish || kind == kSubscribe || kind == kUnsubscribe ? kTopicCapacity : 0);
     out.payload.resize(length > 0 ? static_cast<size_t>(length) : 0, presetMarkers ? static_cast<char>(kUnsetByte) : 0);
+    return out;
+}
+
+// Decodes body (length bytes, as Recv handed it out) with one decoder, its outputs as Unwritten gives
+// them.
+inline Run Decode(int decoder, uint8_t publishFirstByte, const char* body, int length, bool presetMarkers = false)
+{
+    Run out = Unwritten(decoder, length, presetMarkers);
     MQTTPROTOCOL_HDRPROPERTY** list = nullptr;
     out.result = Dispatch(decoder, publishFirstByte, body, length, out, &list);
     out.code = out.result ? 0 : MQTTProtocol_dwErrorCode;
