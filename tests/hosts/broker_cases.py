@@ -51,7 +51,7 @@ def packet(first, body=b""):
 
 
 def utf8(text):
-    data = text.encode() if isinstance(text, str) else text
+    data = text.encode()
     return struct.pack(">H", len(data)) + data
 
 
@@ -79,9 +79,9 @@ class Raw:
     def send(self, data):
         self.sock.sendall(data)
 
-    def read(self, deadline=DEADLINE):
+    def read(self):
         """The next packet as (first byte, body), or None once the broker closed the connection."""
-        end = time.monotonic() + deadline
+        end = time.monotonic() + DEADLINE
         while (whole := self.take_whole_packet()) is None:
             self.sock.settimeout(max(end - time.monotonic(), 0.01))
             try:
@@ -414,13 +414,10 @@ def plain_cases():
         client.events = events
         return client
 
-    def subscribe(broker, client, topic_filter, qos):
-        _, mid = client.subscribe(topic_filter, qos)
-        broker.wait_for(rf"out \S+ {client._client_id.decode()} SUBACK id={mid} ")
-
     def properties_in_pahos_order(broker):
         small = paho(broker, "small", MaximumPacketSize=200)
-        subscribe(broker, small, "sized", 1)
+        _, mid = small.subscribe("sized", 1)
+        broker.wait_for(rf"out \S+ small SUBACK id={mid} ")
         sender = paho(broker, "sender")
         sender.publish("sized", b"L" * 500, 1).wait_for_publish(DEADLINE)
         sender.publish("sized", b"S", 1).wait_for_publish(DEADLINE)
