@@ -17,10 +17,9 @@ done
 "$1" --port "$port" --id example-client --sub 'check/#' --sub-qos 2 --pub check/every-qos \
     --qos 0 --message "at qos 0" --qos 1 --message "at qos 1" --qos 2 --message "at qos 2" >"$WORK/client" 2>&1 ||
     fail "the client failed: $(cat "$WORK/client")"
-cat "$WORK/client"
 for qos in 0 1 2; do
     grep -qx "received topic=\"check/every-qos\" qos=$qos payload=\"at qos $qos\"" "$WORK/client" ||
-        fail "the message at QoS $qos did not come back"
+        fail "the message at QoS $qos did not come back: $(cat "$WORK/client")"
 done
 grep -q "example-client disconnected" "$WORK/mosquitto.log" || fail "mosquitto did not see a clean DISCONNECT"
 echo "example client against mosquitto: connected, subscribed, published and received at QoS 0, 1 and 2"
